@@ -1,0 +1,1 @@
+// Equaliser benchmarks are listed here as they land.

@@ -1,0 +1,1 @@
+// Numeric floor benchmarks are listed here as they land.

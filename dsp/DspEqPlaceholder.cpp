@@ -1,0 +1,1 @@
+// Equaliser units are listed here as they land.

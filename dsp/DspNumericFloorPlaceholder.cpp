@@ -1,0 +1,1 @@
+// Numeric floor units are listed here as they land.

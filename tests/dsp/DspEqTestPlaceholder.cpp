@@ -1,0 +1,1 @@
+// Equaliser tests are listed here as they land.

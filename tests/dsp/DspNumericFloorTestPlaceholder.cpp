@@ -1,0 +1,1 @@
+// Numeric floor tests are listed here as they land.
