@@ -19,7 +19,9 @@ target_link_libraries(tavrine_juce
         juce::juce_audio_processors
         juce::juce_audio_utils
     PUBLIC
-        juce::juce_recommended_config_flags)
+        juce::juce_recommended_config_flags
+        # Debian's JUCE decodes images with the system libpng and libjpeg.
+        juce::pkgconfig_JUCE_IMG_LINUX_DEPS)
 
 target_compile_definitions(tavrine_juce
     PUBLIC
@@ -47,7 +49,7 @@ target_compile_definitions(tavrine_juce
 # Re-export what the module interface targets put on tavrine_juce privately
 # (include paths, JUCE_MODULE_AVAILABLE_*, global settings), without compiling
 # the module sources again in the consumers.
-target_include_directories(tavrine_juce INTERFACE
+target_include_directories(tavrine_juce SYSTEM INTERFACE
     $<TARGET_PROPERTY:tavrine_juce,INCLUDE_DIRECTORIES>)
 target_compile_definitions(tavrine_juce INTERFACE
     $<TARGET_PROPERTY:tavrine_juce,COMPILE_DEFINITIONS>)

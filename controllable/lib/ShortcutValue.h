@@ -1,0 +1,117 @@
+#pragma once
+
+#include "controllable/api/ControllableAPI.h"
+#include "controllable/api/ParameterValue.h"
+#include "controllable/api/ParameterValueList.h"
+#include "controllable/api/ValueModifier.h"
+#include "controllable/lib/ParameterValues.h"
+
+namespace qvrControllableLib
+{
+// Direct access to the storage of a value, for the audio thread: a read is a
+// plain load (through the collected modifiers if any), a write a plain store
+// followed by the choice index update and the notification. Connecting
+// allocates; reading and writing never do and take no lock.
+//
+// Embedded by value. connect() on the message thread before audio runs.
+template <typename T>
+class GenericShortcutValue
+{
+public:
+    GenericShortcutValue() = default;
+    explicit GenericShortcutValue (ParameterValue* value) { connect (value); }
+
+    void connect (ParameterValue* value)
+    {
+        disconnect();
+        if (value == nullptr)
+            return;
+        auto* stored = dynamic_cast<StoredParameterValue<T>*> (value);
+        if (stored == nullptr)
+            return;
+        final = stored;
+        finalHolder = value;
+        owner = value->getParameter();
+        storage = stored->getStorage();
+        if (auto modifier = value->getModifier(); modifier != nullptr && modifier->appliesTo (value))
+            modifiers.add (modifier.get());
+        auto choices = owner->getChoices();
+        hasChoices = choices != nullptr && choices->size() > 0;
+        hasModifiers = ! modifiers.isEmpty();
+    }
+
+    void disconnect()
+    {
+        storage = nullptr;
+        final = nullptr;
+        finalHolder = nullptr;
+        owner = nullptr;
+        modifiers.clear();
+        hasChoices = hasModifiers = false;
+    }
+
+    bool isConnected() const noexcept { return storage != nullptr; }
+    ParameterDef* getParameter() const noexcept { return owner; }
+
+    // Audio thread.
+    T get() const noexcept
+    {
+        T v = *storage;
+        if (hasModifiers)
+            for (auto* m : modifiers)
+            {
+                T outer {};
+                m->toOuter (final, v, outer);
+                v = outer;
+            }
+        return v;
+    }
+
+    T getRaw() const noexcept { return *storage; }
+
+    // Audio thread. Stores without range check; true if the stored value changed.
+    bool set (const T& outerValue) noexcept
+    {
+        T v = outerValue;
+        if (hasModifiers)
+            for (int i = modifiers.size(); --i >= 0;)
+            {
+                T stored {};
+                modifiers.getUnchecked (i)->toStored (final, v, stored);
+                v = stored;
+            }
+        return setRaw (v);
+    }
+
+    bool setRaw (const T& v) noexcept
+    {
+        const T old = *storage;
+        *storage = v;
+        if (hasChoices)
+            final->updateChoiceIndex();
+        return ! (old == v);
+    }
+
+    // Audio thread. Stores and, on a real change, notifies the listeners.
+    bool setNotifying (const T& outerValue, bool fromAutomation = false)
+    {
+        const bool changed = set (outerValue);
+        if (changed)
+            owner->notifyChanged (fromAutomation, false);
+        return changed;
+    }
+
+private:
+    T* storage = nullptr;
+    bool hasChoices = false;
+    bool hasModifiers = false;
+    StoredParameterValue<T>* final = nullptr;
+    ParameterValuePtr finalHolder;
+    ParameterDef* owner = nullptr;
+    juce::Array<ValueModifier*> modifiers;
+};
+
+using FloatShortcutValue = GenericShortcutValue<double>;
+using IntShortcutValue = GenericShortcutValue<int>;
+using BoolShortcutValue = GenericShortcutValue<bool>;
+} // namespace qvrControllableLib

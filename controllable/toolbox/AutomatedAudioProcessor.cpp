@@ -1,0 +1,155 @@
+#include "controllable/toolbox/AutomatedAudioProcessor.h"
+
+#include "controllable/api/Parameter.h"
+#include "controllable/api/ParameterType.h"
+#include "controllable/api/ParameterValue.h"
+#include "controllable/api/ParameterValueList.h"
+#include "controllable/api/ValueConverter.h"
+#include "controllable/lib/ParameterTypeImpl.h"
+
+namespace qvrControllableToolbox
+{
+AutomationEntry::AutomationEntry (const juce::String& entryPath, const juce::String& entryLabel,
+                                  ParameterDef* target)
+    : juce::AudioProcessorParameterWithID (juce::ParameterID { entryPath, 1 }, entryLabel),
+      path (entryPath), label (entryLabel), parameter (target)
+{
+}
+
+void AutomationEntry::attach (juce::AudioProcessor& processor, int index)
+{
+    handleHolder = parameter->createAutomationHandle (&processor, index, label, nullptr);
+    handle = dynamic_cast<qvrControllableLib::BasicAutomationHandle*> (handleHolder.get());
+    jassert (handle != nullptr);
+}
+
+float AutomationEntry::getValue() const
+{
+    return handle->getNormalized (parameter->getValue().get());
+}
+
+void AutomationEntry::setValue (float newValue)
+{
+    handle->setNormalized (juce::jlimit (0.0f, 1.0f, newValue));
+}
+
+float AutomationEntry::getDefaultValue() const
+{
+    return handle->getNormalized (parameter->getDefault().get());
+}
+
+juce::String AutomationEntry::getName (int maximumStringLength) const
+{
+    return label.substring (0, maximumStringLength);
+}
+
+double AutomationEntry::denormalizedFor (float normalised) const
+{
+    auto minimum = parameter->getMinimum();
+    auto maximum = parameter->getMaximum();
+    const double lo = minimum->isNull() ? 0.0 : minimum->getFloat();
+    const double hi = maximum->isNull() ? 1.0 : maximum->getFloat();
+    // The handle's normalizer decides the mapping; read it back through a
+    // scratch value so that the text never writes the parameter.
+    if (parameter->getType()->isBool())
+        return normalised > 0.5f ? 1.0 : 0.0;
+    if (parameter->getChoices()->size() > 0)
+    {
+        const int k = parameter->getChoices()->size();
+        const int i = juce::jlimit (0, k - 1, (int) std::nearbyint ((float) (k - 1) * normalised));
+        return parameter->getChoices()->get (i)->getFloat();
+    }
+    return lo + (hi - lo) * (double) normalised;
+}
+
+juce::String AutomationEntry::getText (float normalisedValue, int maximumStringLength) const
+{
+    auto converter = parameter->getConverter();
+    juce::String text;
+    auto type = parameter->getType();
+    const double v = denormalizedFor (normalisedValue);
+    if (type->isBool())
+        converter->stringFromBool (v > 0.5, text);
+    else if (type->isInt())
+        converter->stringFromInt ((int) std::nearbyint (v), text);
+    else
+        converter->stringFromFloat (v, text);
+    return maximumStringLength > 0 ? text.substring (0, maximumStringLength) : text;
+}
+
+float AutomationEntry::getValueForText (const juce::String& text) const
+{
+    auto converter = parameter->getConverter();
+    auto minimum = parameter->getMinimum();
+    auto maximum = parameter->getMaximum();
+    if (parameter->getType()->isBool())
+    {
+        bool b = false;
+        converter->boolFromString (text, b);
+        return b ? 1.0f : 0.0f;
+    }
+    double v = 0.0;
+    converter->floatFromString (text, v);
+    const double lo = minimum->isNull() ? 0.0 : minimum->getFloat();
+    const double hi = maximum->isNull() ? 1.0 : maximum->getFloat();
+    return juce::jlimit (0.0f, 1.0f, (float) ((v - lo) / (hi - lo)));
+}
+
+int AutomationEntry::getNumSteps() const
+{
+    const int k = parameter->getChoices()->size();
+    return k > 1 ? k : juce::AudioProcessor::getDefaultNumParameterSteps();
+}
+
+bool AutomationEntry::isDiscrete() const
+{
+    return parameter->getChoices()->size() > 1 || parameter->getType()->isInt();
+}
+
+bool AutomationEntry::isBoolean() const
+{
+    return parameter->getType()->isBool();
+}
+
+AutomatedAudioProcessor::AutomatedAudioProcessor (const BusesProperties& buses) : juce::AudioProcessor (buses)
+{
+    qvrControllableLib::ParameterTypes::startAllAsyncUpdates();
+}
+
+AutomatedAudioProcessor::~AutomatedAudioProcessor()
+{
+    qvrControllableLib::ParameterTypes::stopAllAsyncUpdates();
+}
+
+int AutomatedAudioProcessor::addAutomation (const juce::String& path, const juce::String& label)
+{
+    jassert (automationRoot != nullptr);
+    auto parameter = automationRoot != nullptr ? automationRoot->findParameter (path) : nullptr;
+    if (parameter == nullptr)
+    {
+        jassertfalse; // a path of the fixed table that the engine does not publish
+        return -1;
+    }
+    auto* entry = new AutomationEntry (path, label, parameter.get());
+    addParameter (entry); // the processor owns it from here
+    const int index = entries.size();
+    entries.add (entry);
+    entry->attach (*this, entry->getParameterIndex());
+    jassert (entry->getParameterIndex() == index);
+    return index;
+}
+
+void AutomatedAudioProcessor::setCurrentProgram (int index)
+{
+    const juce::ScopedLock sl (lock);
+    if (juce::isPositiveAndBelow (index, programNames.size()))
+        currentProgram = index;
+}
+
+void AutomatedAudioProcessor::changeProgramName (int index, const juce::String& newName)
+{
+    const juce::ScopedLock sl (lock);
+    if (juce::isPositiveAndBelow (index, programNames.size()))
+        programNames.set (index, newName);
+}
+} // namespace qvrControllableToolbox

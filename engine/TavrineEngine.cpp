@@ -1,0 +1,93 @@
+#include "engine/TavrineEngine.h"
+
+namespace
+{
+const juce::StringArray& noteNames()
+{
+    static const juce::StringArray names = juce::StringArray::fromTokens ("C,C#,D,D#,E,F,F#,G,G#,A,A#,B", ",", {});
+    return names;
+}
+} // namespace
+
+juce::String TavrineEngine::getKeyName (int keyIndex)
+{
+    if (keyIndex < 0)
+        return {};
+    return noteNames()[keyIndex % 12] + juce::String (keyIndex / 12 + 1);
+}
+
+TavrineEngine::TavrineEngine (bool singleBus)
+    : numOutputBuses (singleBus ? 1 : 16), targetKeyHolder (new qvrControllableLib::BasicControllable())
+{
+    for (auto* name : { "Off", "C/a", "C#/a#", "D/b", "D#/c", "E/c#", "F/d", "F#/d#", "G/e", "G#/f", "A/f#",
+                        "A#/g", "B/g#" })
+        targetKey.choices.add (name);
+    targetKey.defaultValue = juce::String ("Off");
+    targetKeyHolder->addParameter (targetKey.getParameter());
+
+    loopMixer = new TavrineLoopMixer (*this);
+    dispatcher = new TavrineEngineDispatcher (*this);
+    masterChain = new TavrineMasterChain (*this, *loopMixer);
+    loopMixer->setMasterBpm (masterChain->masterBpm.get());
+
+    for (int i = 0; i < kNumLoops; ++i)
+        createLoop();
+
+    sampleRateConverter = std::make_unique<qvrControllableAudio::SampleRateConverter> (masterChain.get(),
+                                                                                       kInternalSampleRate, 2);
+}
+
+TavrineEngine::~TavrineEngine()
+{
+    sampleRateConverter.reset();
+}
+
+void TavrineEngine::createLoop()
+{
+    auto* loop = new TavrineLoop (*this, *loopMixer, numOutputBuses);
+    loops.add (loop);
+    dispatcher->loopAdded (loops.size());
+    triggers.add (qvrControllableLib::BoolShortcutValue (loop->trigger->getValue().get()));
+}
+
+void TavrineEngine::triggerKey (int key, bool on, bool force, float velocity)
+{
+    // The array never changes after construction, so reading it here is the
+    // snapshot.
+    if ((unsigned int) key >= (unsigned int) triggers.size())
+        return;
+    auto& shortcut = triggers.getReference (key);
+    if (! shortcut.isConnected())
+        return;
+    auto* loop = loops.getUnchecked (key).get();
+
+    if (shortcut.get() != on)
+    {
+        flushReadAhead (loop, nullptr);
+        if (on)
+            loop->gainFine.write ((double) velocity);
+        shortcut.setNotifying (on);
+        if (on && dispatcher->triggerSwitch.read())
+            dispatcher->editLoopIndex.write (key);
+    }
+
+    if (force)
+    {
+        loop->playing.write (false);
+        loop->setPendingTrigger (false, 1.0f);
+    }
+}
+
+void TavrineEngine::flushReadAhead (TavrineLoop* keepA, TavrineLoop* keepB)
+{
+    const int readAhead = masterChain->captureReadAhead();
+    if (readAhead < 1)
+        return;
+    for (auto* loop : loops)
+        if (loop != keepA && loop != keepB)
+            loop->rewindMemory (readAhead);
+    if (keepA != nullptr)
+        keepA->dropMemory (readAhead);
+    if (keepB != nullptr)
+        keepB->dropMemory (readAhead);
+}

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <atomic>
+
+#include "audio/AudioSourceChain.h"
+#include "controllable/api/ControllableAPI.h"
+#include "engine/TavrineMasterTimeline.h"
+
+class TavrineEngine;
+class TavrineLoopMixer;
+
+// The last stage before the rate converter: the loop mixer, then the block
+// size limiter (128 samples), driven by the master timeline. Owns the master
+// parameters and the tempo logic that keeps master and output tempo related
+// by output tempo = master tempo / stretchFactor.
+//
+// Threads: getNextAudioBlock on the audio thread. parameterChanged runs on the
+// thread that wrote the parameter (the audio thread for the host tempo).
+class TavrineMasterChain : public qvrControllableAudio::AudioSourceChain,
+                           public qvrControllableAPI::ParameterChangeListener
+{
+public:
+    static constexpr const char* kTriggerPlayMode = "triggerPlayMode";
+    static constexpr const char* kTriggerPlayModeAvailable = "triggerPlayModeAvailable";
+    static constexpr const char* kRenderTrigger = "renderTrigger";
+    static constexpr const char* kMasterBpm = "masterBpm";
+    static constexpr const char* kOutputBpm = "outputBpm";
+    static constexpr const char* kStretchFactor = "stretchFactor";
+    static constexpr const char* kMeridexReadAhead = "meridexReadAhead";
+    static constexpr const char* kGain = "gain";
+    static constexpr const char* kDetectClipping = "detectClipping";
+    static constexpr const char* kTriggerSyncSnapMode = "triggerSyncSnapMode";
+    static constexpr const char* kTriggerSyncSnapTimes = "triggerSyncSnapTimes";
+    static constexpr int kMaxBlockSize = 128;
+    static constexpr int kCrossfadeSamples = 64;
+
+    TavrineMasterChain (TavrineEngine& engine, TavrineLoopMixer& mixer);
+    ~TavrineMasterChain() override;
+
+    // Audio thread.
+    void getNextAudioBlock (const juce::AudioSourceChannelInfo& info) override;
+
+    void parameterChanged (qvrControllableAPI::ParameterDef* parameter) override;
+
+    // The setting `enableMasterRealtimeStretching`: with it the mix is bent
+    // from master to output tempo in real time; without it a tempo change
+    // stops everything and prepares again for the new tempo.
+    void setRealtimeStretching (bool enabled);
+    bool isRealtimeStretching() const noexcept { return realtimeStretching.load(); }
+
+    // Captures what the master stretcher holds ahead of the output; returns
+    // the number of samples thrown away (below 1: nothing was held).
+    int captureReadAhead();
+
+    TavrineMasterTimeline& getMasterTimeline() noexcept { return *timeline; }
+
+    qvrControllableHandle::BoolParamDefHandle triggerPlayMode { kTriggerPlayMode };
+    qvrControllableHandle::BoolParamDefHandle triggerPlayModeAvailable { kTriggerPlayModeAvailable };
+    qvrControllableHandle::BoolParamDefHandle renderTrigger { kRenderTrigger };
+    qvrControllableHandle::FloatParamDefHandle masterBpm { kMasterBpm };
+    qvrControllableHandle::FloatParamDefHandle outputBpm { kOutputBpm };
+    qvrControllableHandle::FloatParamDefHandle stretchFactor { kStretchFactor };
+    qvrControllableHandle::FloatParamDefHandle meridexReadAhead { kMeridexReadAhead };
+    qvrControllableHandle::FloatParamDefHandle gain { kGain };
+    qvrControllableHandle::BoolParamDefHandle detectClipping { kDetectClipping };
+    qvrControllableHandle::IntParamDefHandle triggerSyncSnapMode { kTriggerSyncSnapMode };
+    qvrControllableHandle::FloatParamDefHandle triggerSyncSnapTimes;
+
+private:
+    void defineParameters();
+    void applyTempoLogic (qvrControllableAPI::ParameterDef* parameter, bool settingChanged);
+
+    TavrineEngine& engine;
+    juce::ReferenceCountedObjectPtr<qvrControllableLib::BasicControllable> ownParameters;
+    juce::ReferenceCountedObjectPtr<qvrControllableAudio::BlockSizeLimitingSource> limiter;
+    juce::ReferenceCountedObjectPtr<TavrineMasterTimeline> timeline;
+    std::atomic<bool> realtimeStretching { false };
+    juce::AudioBuffer<float> captureBuffer { 2, kCrossfadeSamples };
+    int crossfadeRemaining = 0;
+
+    JUCE_DECLARE_NON_COPYABLE (TavrineMasterChain)
+};

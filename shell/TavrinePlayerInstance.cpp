@@ -1,0 +1,9 @@
+#include "shell/TavrinePlayerInstance.h"
+
+TavrinePlayerInstance::TavrinePlayerInstance() : engine (new TavrineEngine (false)) {}
+
+TavrinePlayerInstance::~TavrinePlayerInstance()
+{
+    // The engine goes first: its loops may refer to undo actions' targets.
+    engine = nullptr;
+}

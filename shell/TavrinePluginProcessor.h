@@ -1,0 +1,74 @@
+#pragma once
+
+#include <atomic>
+
+#include "controllable/toolbox/AutomatedAudioProcessor.h"
+#include "shell/TavrinePlayerInstance.h"
+
+// The audio plug-in object a host talks to. Publishes the fixed table of 648
+// automation parameters (9 per key, host index = 9 x key + row), feeds host
+// tempo and transport into the master parameters, and turns MIDI notes into
+// key triggers at their exact sample by cutting the host block at every MIDI
+// event.
+//
+// Threads: processBlock, prepareToPlay, releaseResources on the audio thread;
+// state and automation setters on any host thread.
+class TavrinePluginProcessor : public qvrControllableToolbox::AutomatedAudioProcessor
+{
+public:
+    static constexpr int kNumRows = 9;
+    static constexpr int kNumOutputBuses = 16;
+
+    TavrinePluginProcessor();
+    ~TavrinePluginProcessor() override;
+
+    const juce::String getName() const override { return "Tavrine 2"; }
+    void prepareToPlay (double sampleRate, int samplesPerBlock) override;
+    void releaseResources() override;
+    // Audio thread.
+    void processBlock (juce::AudioBuffer<float>& buffer, juce::MidiBuffer& midi) override;
+    using juce::AudioProcessor::processBlock;
+    void reset() override;
+
+    bool isBusesLayoutSupported (const BusesLayout& layouts) const override;
+    juce::AudioProcessorEditor* createEditor() override;
+    bool hasEditor() const override { return true; }
+    bool acceptsMidi() const override { return true; }
+    bool producesMidi() const override { return false; }
+    double getTailLengthSeconds() const override { return 0.0; }
+
+    void getStateInformation (juce::MemoryBlock& destData) override;
+    void setStateInformation (const void* data, int sizeInBytes) override;
+
+    TavrinePlayerInstance& getPlayerInstance() noexcept { return *playerInstance; }
+    TavrineEngine& getEngine() noexcept { return playerInstance->getEngine(); }
+    bool isStateRestored() const noexcept { return stateRestored.load(); }
+
+    // The automation table: label and path templates, "$" standing for the
+    // key name and the loop number respectively.
+    static const std::array<std::pair<const char*, const char*>, kNumRows>& getAutomationTable();
+
+    // Number of processors alive in this process.
+    static int getNumInstances() noexcept { return numInstances.load(); }
+
+private:
+    void handleTransport (bool isPlaying);
+    void handleTempo (double hostBpm);
+
+    TavrinePlayerInstancePtr playerInstance;
+    std::atomic<bool> stateRestored { false };
+    bool wasPlaying = false;
+    qvrControllableHandle::FloatParamDefHandle outputBpm;
+    qvrControllableHandle::FloatParamDefHandle masterBpm;
+    qvrControllableHandle::BoolParamDefHandle triggerPlayMode;
+    qvrControllableHandle::BoolParamDefHandle triggerPlayModeAvailable;
+    qvrControllableLib::FloatShortcutValue outputBpmShortcut;
+    qvrControllableLib::BoolShortcutValue triggerPlayModeShortcut;
+    qvrControllableLib::BoolShortcutValue triggerPlayModeAvailableShortcut;
+    // Set by the editor when it first opens.
+    bool editorOpenedOnce = false;
+
+    static std::atomic<int> numInstances;
+
+    JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (TavrinePluginProcessor)
+};
