@@ -10,9 +10,18 @@ TavrineLoop::TavrineLoop (TavrineEngine& owner, TavrineLoopMixer& loopMixer, int
 {
     defineParameters (numOutputBuses);
     addTarget (ownParameters.get());
+    trigger->addChangeListener (this, true);
 }
 
-TavrineLoop::~TavrineLoop() = default;
+TavrineLoop::~TavrineLoop()
+{
+    trigger->removeChangeListener (this, true);
+}
+
+void TavrineLoop::parameterChanged (qvrControllableAPI::ParameterDef*)
+{
+    setPendingTrigger (trigger.read(), 1.0f);
+}
 
 void TavrineLoop::defineParameters (int numOutputBuses)
 {

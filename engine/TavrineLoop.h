@@ -14,7 +14,8 @@ class TavrineLoopMixer;
 // Threads: parameters are written from the message thread or host threads and
 // read on the audio thread through raw handles. `trigger` itself changes on
 // the audio thread only (triggerKey); other threads set the pending trigger.
-class TavrineLoop : public qvrControllableAudio::AudioSourceChain
+class TavrineLoop : public qvrControllableAudio::AudioSourceChain,
+                    private qvrControllableAPI::ParameterChangeListener
 {
 public:
     // Parameter names, spelled once.
@@ -106,6 +107,9 @@ public:
 
 private:
     void defineParameters (int numOutputBuses);
+    // Keeps the pending trigger equal to the trigger after every change, so
+    // that a pending request is acted on once.
+    void parameterChanged (qvrControllableAPI::ParameterDef* parameter) override;
 
     TavrineEngine& engine;
     TavrineLoopMixer& mixer;

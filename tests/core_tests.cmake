@@ -1,0 +1,15 @@
+# Tests of the core (framework, engine, shell), on JUCE, in one binary whose
+# main thread is the message thread.
+add_executable(tavrine_tests
+    support/AllocationCounter.cpp
+    support/JuceTestMain.cpp
+    controllable/ParameterCoreTest.cpp
+    controllable/ParameterNotificationTest.cpp
+    engine/EngineDispatchTest.cpp
+    engine/MasterTempoTest.cpp
+    engine/SampleRateConverterTest.cpp
+    shell/ProcessorMidiTest.cpp
+    shell/ProcessorHostTableTest.cpp)
+target_link_libraries(tavrine_tests PRIVATE tavrine_core GTest::gtest)
+tavrine_set_warnings(tavrine_tests)
+gtest_discover_tests(tavrine_tests DISCOVERY_TIMEOUT 120 PROPERTIES LABELS "core")

@@ -1,0 +1,168 @@
+#include <gtest/gtest.h>
+#include <thread>
+
+#include "controllable/handle/ParamDefHandle.h"
+#include "controllable/lib/BasicAutomationHandle.h"
+#include "controllable/lib/ChangeStrategies.h"
+#include "controllable/lib/Controllables.h"
+#include "controllable/lib/DelegatingParameter.h"
+#include "tests/support/AllocationCounter.h"
+#include "tests/support/RecordingListener.h"
+
+using namespace qvrControllableAPI;
+using namespace qvrControllableHandle;
+using namespace qvrControllableLib;
+using tavrine::test::RecordingListener;
+
+TEST (ListenerLists, ASelfRemovingListenerDoesNotMakeAnotherBeSkipped)
+{
+    FloatParamDefHandle p ("p");
+    RecordingListener a, b, c;
+    c.onChange = [&] (ParameterDef* param) { param->removeChangeListener (&c, true); };
+    p->addChangeListener (&a, true);
+    p->addChangeListener (&b, true);
+    p->addChangeListener (&c, true);
+    p->getValue()->setFloat (1.0);
+    EXPECT_EQ (a.calls.load(), 1);
+    EXPECT_EQ (b.calls.load(), 1);
+    EXPECT_EQ (c.calls.load(), 1);
+    p->getValue()->setFloat (2.0);
+    EXPECT_EQ (c.calls.load(), 1);
+    p->removeChangeListener (&a, true);
+    p->removeChangeListener (&b, true);
+}
+
+TEST (ListenerLists, AListenerAddedDuringACallWaitsForTheNextRound)
+{
+    FloatParamDefHandle p ("p");
+    RecordingListener adder, late;
+    adder.onChange = [&] (ParameterDef* param) {
+        if (adder.calls == 1)
+            param->addChangeListener (&late, true);
+    };
+    p->addChangeListener (&adder, true);
+    p->getValue()->setFloat (1.0);
+    EXPECT_EQ (late.calls.load(), 0);
+    p->getValue()->setFloat (2.0);
+    EXPECT_EQ (late.calls.load(), 1);
+    p->removeChangeListener (&adder, true);
+    p->removeChangeListener (&late, true);
+}
+
+TEST (Notification, ChangesOffTheMessageThreadReachAsyncListenersThroughTheFifoInOrder)
+{
+    FloatParamDefHandle p ("p");
+    RecordingListener sync, async;
+    std::vector<double> seenValues;
+    async.onChange = [&] (ParameterDef* param) { seenValues.push_back (param->getValue()->getFloat()); };
+    p->addChangeListener (&sync, true);
+    p->addChangeListener (&async, false);
+
+    std::thread writer ([&] {
+        for (int i = 1; i <= 10; ++i)
+            p->getValue()->setFloat (i);
+    });
+    writer.join();
+    EXPECT_EQ (sync.calls.load(), 10);  // on the writing thread, at once
+    EXPECT_EQ (async.calls.load(), 0);  // waiting in the FIFO
+
+    ParameterTypes::floatType().drainChanges();
+    EXPECT_EQ (async.calls.load(), 10); // each change, in the next tick
+    EXPECT_EQ (sync.calls.load(), 10);  // not a second time from the FIFO
+    p->removeChangeListener (&sync, true);
+    p->removeChangeListener (&async, false);
+}
+
+TEST (Notification, CancelledEntriesAreSkippedAndCancellingNothingSaysSo)
+{
+    FloatParamDefHandle p ("p"), q ("q");
+    RecordingListener listener;
+    p->addChangeListener (&listener, false);
+    q->addChangeListener (&listener, false);
+    std::thread writer ([&] { p->getValue()->setFloat (1.0); q->getValue()->setFloat (1.0); });
+    writer.join();
+    EXPECT_TRUE (ParameterTypes::floatType().cancelChanges (p.get()));
+    EXPECT_FALSE (ParameterTypes::floatType().cancelChanges (p.get()));
+    ParameterTypes::floatType().drainChanges();
+    ASSERT_EQ (listener.seen.size(), 1u);
+    EXPECT_EQ (listener.seen[0], q.get());
+    p->removeChangeListener (&listener, false);
+    q->removeChangeListener (&listener, false);
+}
+
+TEST (Notification, AutomationWritesOnAnotherThreadAllocateNothing)
+{
+    FloatParamDefHandle p ("p");
+    p.minimum = 0.0;
+    p.maximum = 4.0;
+    BoolParamDefHandle b ("b");
+    RecordingListener l1, l2, l3;
+    for (auto* l : { &l1, &l2, &l3 })
+        p->addChangeListener (l, false);
+    b->addChangeListener (&l1, false);
+    auto floatHandle = p->createAutomationHandle (nullptr, 0, {}, nullptr);
+    auto boolHandle = b->createAutomationHandle (nullptr, 1, {}, nullptr);
+
+    std::size_t allocations = 1;
+    std::thread audio ([&] {
+        const tavrine::test::ScopedAllocationCount count;
+        for (int i = 0; i < 1000; ++i)
+        {
+            floatHandle->setNormalized ((float) (i % 100) / 100.0f);
+            boolHandle->setNormalized (i % 2 == 0 ? 1.0f : 0.0f);
+        }
+        allocations = count.count();
+    });
+    audio.join();
+    EXPECT_EQ (allocations, 0u);
+    EXPECT_DOUBLE_EQ (p.read(), 4.0 * 0.99f);
+
+    ParameterTypes::drainAll();
+    EXPECT_EQ (l2.calls.load(), 999); // the first write stores the value it already had
+    for (auto* l : { &l1, &l2, &l3 })
+        p->removeChangeListener (l, false);
+    b->removeChangeListener (&l1, false);
+}
+
+TEST (Notification, PostponedUpdatesTellEachChangedParameterOnce)
+{
+    juce::ReferenceCountedObjectPtr<BasicControllable> c (new BasicControllable());
+    std::vector<FloatParamDefHandle> handles;
+    RecordingListener listener;
+    for (int i = 0; i < 100; ++i)
+    {
+        handles.emplace_back ("p" + juce::String (i));
+        c->addParameter (handles.back().getParameter());
+        handles.back()->addChangeListener (&listener, true);
+    }
+    {
+        PostponedUpdates postponed;
+        postponed.addAll (c.get());
+        for (int round = 0; round < 3; ++round)
+            for (int i = 0; i < 100; ++i)
+                handles[(size_t) i]->getValue()->setFloat (round + i + 1);
+        EXPECT_EQ (listener.calls.load(), 0);
+        postponed.release();
+    }
+    EXPECT_EQ (listener.calls.load(), 100);
+    for (auto& h : handles)
+        h->removeChangeListener (&listener, true);
+}
+
+TEST (Delegation, ADelegateReadsWritesAndTellsOfItsTarget)
+{
+    FloatParamDefHandle target ("gain");
+    target.minimum = 0.0;
+    target.maximum = 2.0;
+    juce::ReferenceCountedObjectPtr<DelegatingParameter> delegate (new DelegatingParameter ("loop1.gain", target.get()));
+    EXPECT_EQ (delegate->getName(), "loop1.gain");
+    delegate->getValue()->setFloat (3.0);
+    EXPECT_DOUBLE_EQ (target.read(), 2.0);
+
+    RecordingListener listener;
+    delegate->addChangeListener (&listener, false);
+    target->getValue()->setFloat (1.0);
+    EXPECT_EQ (listener.calls.load(), 1);
+    EXPECT_EQ (listener.seen[0], delegate.get());
+    delegate->removeChangeListener (&listener, false);
+}

@@ -1,0 +1,137 @@
+#include <gtest/gtest.h>
+
+#include "engine/TavrineEngine.h"
+#include "tests/support/RecordingListener.h"
+
+using namespace tavrine::test;
+
+TEST (KeyNames, RunFromC1ToB6)
+{
+    EXPECT_EQ (TavrineEngine::getKeyName (0), "C1");
+    EXPECT_EQ (TavrineEngine::getKeyName (1), "C#1");
+    EXPECT_EQ (TavrineEngine::getKeyName (11), "B1");
+    EXPECT_EQ (TavrineEngine::getKeyName (12), "C2");
+    EXPECT_EQ (TavrineEngine::getKeyName (24), "C3");
+    EXPECT_EQ (TavrineEngine::getKeyName (70), "A#6");
+    EXPECT_EQ (TavrineEngine::getKeyName (71), "B6");
+}
+
+TEST (EngineDispatch, PathsReachTheMasterChainTheLoopsAndTheDispatcher)
+{
+    TavrineEngine engine;
+    auto* root = engine.getControllable();
+
+    auto outputBpm = root->findParameter ("master.outputBpm");
+    ASSERT_NE (outputBpm, nullptr);
+    outputBpm->getValue()->setFloat (133.0);
+    EXPECT_DOUBLE_EQ (engine.getMasterChain().outputBpm.read(), 133.0);
+    EXPECT_NE (root->findParameter ("master.currentTime"), nullptr);
+    EXPECT_NE (root->findParameter ("master.maxBlockSize"), nullptr);
+
+    auto gain = root->findParameter ("loop71.resamplingRatio.fine");
+    ASSERT_NE (gain, nullptr);
+    gain->getValue()->setFloat (9.0); // clamps to the loop's range
+    EXPECT_DOUBLE_EQ (engine.getLoop (71)->resamplingRatioFine.read(), 1.5);
+
+    EXPECT_NE (root->findParameter ("triggerSwitch"), nullptr);
+    EXPECT_NE (root->findParameter ("editLoopIndex"), nullptr);
+    EXPECT_EQ (root->findParameter ("loop72.gain.xyMode"), nullptr);
+    EXPECT_EQ (root->findParameter ("Master.outputBpm"), nullptr);
+    EXPECT_EQ (root->findParameter ("loop0.gain"), nullptr);
+}
+
+TEST (EngineDispatch, MergesOnceAndKeepsTheOrderOfFirstAppearance)
+{
+    TavrineEngine engine;
+    auto* root = engine.getControllable();
+    const int n = root->getParameters().size();
+    EXPECT_EQ (root->getParameters().size(), n);
+    EXPECT_EQ (root->getParameters()[0]->getName(), "triggerSwitch");
+    EXPECT_EQ (root->getParameters()[1]->getName(), "editLoopIndex");
+    EXPECT_TRUE (root->getParameters()[2]->getName().startsWith ("master."));
+}
+
+TEST (EngineDispatch, EditFlagReadsTheEditedLoopAndWritingTrueSelectsIt)
+{
+    TavrineEngine engine;
+    auto* root = engine.getControllable();
+    auto edit3 = root->findParameter ("loop3.edit");
+    auto edit0 = root->findParameter ("loop0.edit");
+    ASSERT_NE (edit3, nullptr);
+    EXPECT_TRUE (edit0->getValue()->getBool());
+    EXPECT_FALSE (edit3->getValue()->getBool());
+    EXPECT_TRUE (edit3->isTransient());
+
+    EXPECT_EQ (edit3->getValue()->setBool (true), qvrControllableAPI::kOk);
+    EXPECT_EQ (engine.getDispatcher().editLoopIndex.read(), 3);
+    EXPECT_TRUE (edit3->getValue()->getBool());
+    EXPECT_FALSE (edit0->getValue()->getBool());
+
+    EXPECT_EQ (edit3->getValue()->setBool (false), qvrControllableAPI::kUnsupported);
+    EXPECT_EQ (engine.getDispatcher().editLoopIndex.read(), 3);
+
+    RecordingListener listener;
+    edit0->addChangeListener (&listener, false);
+    engine.getDispatcher().editLoopIndex.write (0);
+    EXPECT_GE (listener.calls.load(), 1);
+    edit0->removeChangeListener (&listener, false);
+}
+
+TEST (EngineTrigger, TheTriggeredKeyBecomesTheEditedLoopOnlyWhileTriggerSwitchIsOn)
+{
+    TavrineEngine engine;
+    auto& dispatcher = engine.getDispatcher();
+    engine.triggerKey (12, true, false, 0.5f);
+    EXPECT_EQ (dispatcher.editLoopIndex.read(), 12);
+    EXPECT_DOUBLE_EQ (engine.getLoop (12)->gainFine.read(), 0.5);
+
+    dispatcher.triggerSwitch.write (false);
+    engine.triggerKey (20, true, false, 1.0f);
+    EXPECT_EQ (dispatcher.editLoopIndex.read(), 12);
+    EXPECT_TRUE (engine.getLoop (20)->trigger.read());
+
+    // A release keeps the velocity; out-of-range keys are ignored.
+    engine.triggerKey (12, false, false, 0.1f);
+    EXPECT_DOUBLE_EQ (engine.getLoop (12)->gainFine.read(), 0.5);
+    engine.triggerKey (-1, true, false, 1.0f);
+    engine.triggerKey (72, true, false, 1.0f);
+}
+
+TEST (EngineTrigger, ForceClearsPlayingAndThePendingTrigger)
+{
+    TavrineEngine engine;
+    auto* loop = engine.getLoop (4);
+    loop->playing.write (true);
+    loop->setPendingTrigger (true, 0.7f);
+    engine.triggerKey (4, false, true, 1.0f);
+    EXPECT_FALSE (loop->playing.read());
+    loop->applyPendingTrigger();
+    EXPECT_FALSE (loop->trigger.read());
+}
+
+TEST (EngineTrigger, PendingTriggersFromOtherThreadsActAtTheNextMasterBlock)
+{
+    TavrineEngine engine;
+    engine.getAudioSource()->prepareToPlay (128, 44100.0);
+    engine.getLoop (9)->setPendingTrigger (true, 0.25f);
+    EXPECT_FALSE (engine.getLoop (9)->trigger.read());
+
+    juce::AudioBuffer<float> buffer (2, 128);
+    engine.getAudioSource()->getNextAudioBlock (juce::AudioSourceChannelInfo (buffer));
+    EXPECT_TRUE (engine.getLoop (9)->trigger.read());
+    EXPECT_DOUBLE_EQ (engine.getLoop (9)->gainFine.read(), 0.25);
+
+    engine.getAudioSource()->getNextAudioBlock (juce::AudioSourceChannelInfo (buffer));
+    EXPECT_TRUE (engine.getLoop (9)->trigger.read()); // acted on once
+    engine.getAudioSource()->releaseResources();
+}
+
+TEST (LoopMixer, BusOffsetFallsBackToTheFirstBus)
+{
+    EXPECT_EQ (TavrineLoopMixer::busOffset (3, 16, 8, true), 6);
+    EXPECT_EQ (TavrineLoopMixer::busOffset (3, 16, 2, true), 0);
+    EXPECT_EQ (TavrineLoopMixer::busOffset (3, 16, 7, true), 0);
+    EXPECT_EQ (TavrineLoopMixer::busOffset (3, 16, 8, false), 0);
+    EXPECT_EQ (TavrineLoopMixer::busOffset (16, 16, 64, true), 0);
+    EXPECT_EQ (TavrineLoopMixer::busOffset (2, 1, 8, true), 0);
+}

@@ -1,0 +1,169 @@
+#include <cmath>
+#include <gtest/gtest.h>
+
+#include "tests/support/ProcessorHarness.h"
+
+using namespace tavrine::test;
+
+namespace
+{
+void renderBlock (TavrinePluginProcessor& processor, int n = 64)
+{
+    juce::AudioBuffer<float> buffer (2, n);
+    juce::MidiBuffer midi;
+    processor.processBlock (buffer, midi);
+}
+} // namespace
+
+TEST (MasterTempo, FirstHostTempoFillsTheMasterTempoWithoutStoppingAnything)
+{
+    TavrinePluginProcessor processor;
+    FakePlayHead head;
+    head.bpm = 128.0;
+    processor.setPlayHead (&head);
+    processor.prepareToPlay (44100.0, 64);
+    auto& engine = processor.getEngine();
+    engine.triggerKey (3, true, false, 1.0f);
+
+    renderBlock (processor);
+    auto& master = engine.getMasterChain();
+    EXPECT_DOUBLE_EQ (master.outputBpm.read(), 128.0);
+    EXPECT_DOUBLE_EQ (master.masterBpm.read(), 128.0);
+    EXPECT_DOUBLE_EQ (master.stretchFactor.read(), 1.0);
+    EXPECT_TRUE (engine.getLoop (3)->trigger.read());
+    processor.setPlayHead (nullptr);
+}
+
+TEST (MasterTempo, HostTempoIsWrittenOnlyOnARealChange)
+{
+    TavrinePluginProcessor processor;
+    FakePlayHead head;
+    head.bpm = 120.0;
+    processor.setPlayHead (&head);
+    processor.prepareToPlay (44100.0, 64);
+    auto& master = processor.getEngine().getMasterChain();
+    RecordingListener writes;
+    master.outputBpm->addChangeListener (&writes, true);
+
+    renderBlock (processor);
+    EXPECT_EQ (writes.calls.load(), 1);
+    renderBlock (processor);
+    renderBlock (processor);
+    EXPECT_EQ (writes.calls.load(), 1);
+
+    head.bpm = std::nextafter (120.0, 200.0);
+    renderBlock (processor);
+    EXPECT_EQ (writes.calls.load(), 2);
+    EXPECT_EQ (master.outputBpm.read(), head.bpm);
+    master.outputBpm->removeChangeListener (&writes, true);
+    processor.setPlayHead (nullptr);
+}
+
+TEST (MasterTempo, WithoutRealtimeStretchingATempoChangeStopsEveryLoopAndPreparesAgain)
+{
+    TavrineEngine engine;
+    auto& master = engine.getMasterChain();
+    master.outputBpm.write (120.0);
+    ASSERT_DOUBLE_EQ (master.masterBpm.read(), 120.0);
+    engine.triggerKey (0, true, false, 1.0f);
+    engine.triggerKey (10, true, false, 1.0f);
+
+    master.outputBpm.write (90.0);
+    EXPECT_DOUBLE_EQ (master.masterBpm.read(), 90.0);
+    EXPECT_DOUBLE_EQ (master.stretchFactor.read(), 1.0);
+    EXPECT_FALSE (engine.getLoop (0)->trigger.read());
+    EXPECT_FALSE (engine.getLoop (10)->trigger.read());
+    EXPECT_FALSE (master.renderTrigger.read());
+}
+
+TEST (MasterTempo, RealtimeStretchingBendsTheMixInsteadOfStopping)
+{
+    TavrineEngine engine;
+    auto& master = engine.getMasterChain();
+    master.setRealtimeStretching (true);
+    master.outputBpm.write (120.0);
+    engine.triggerKey (0, true, false, 1.0f);
+
+    master.outputBpm.write (60.0);
+    EXPECT_DOUBLE_EQ (master.masterBpm.read(), 120.0);
+    EXPECT_DOUBLE_EQ (master.stretchFactor.read(), 2.0);
+    EXPECT_TRUE (engine.getLoop (0)->trigger.read());
+
+    // Switching realtime off renders for the output tempo.
+    master.setRealtimeStretching (false);
+    EXPECT_DOUBLE_EQ (master.masterBpm.read(), 60.0);
+    EXPECT_DOUBLE_EQ (master.stretchFactor.read(), 1.0);
+    EXPECT_FALSE (engine.getLoop (0)->trigger.read());
+}
+
+TEST (MasterTempo, RenderTriggerPreparesForTheOutputTempoAndResetsItself)
+{
+    TavrineEngine engine;
+    auto& master = engine.getMasterChain();
+    master.setRealtimeStretching (true);
+    master.outputBpm.write (100.0);
+    master.outputBpm.write (80.0);
+    ASSERT_DOUBLE_EQ (master.masterBpm.read(), 100.0);
+
+    master.renderTrigger.write (true);
+    EXPECT_DOUBLE_EQ (master.masterBpm.read(), 80.0);
+    EXPECT_DOUBLE_EQ (master.stretchFactor.read(), 1.0);
+    EXPECT_FALSE (master.renderTrigger.read());
+}
+
+TEST (MasterTransport, StartingSwitchesTriggerPlayModeOffAndStoppingReleasesKeys)
+{
+    TavrinePluginProcessor processor;
+    FakePlayHead head;
+    processor.setPlayHead (&head);
+    processor.prepareToPlay (44100.0, 64);
+    auto& engine = processor.getEngine();
+    auto& master = engine.getMasterChain();
+
+    master.triggerPlayMode.write (true);
+    head.playing = true;
+    renderBlock (processor);
+    EXPECT_FALSE (master.triggerPlayMode.read());
+    EXPECT_FALSE (master.triggerPlayModeAvailable.read());
+
+    engine.triggerKey (7, true, false, 1.0f);
+    head.playing = false;
+    renderBlock (processor);
+    EXPECT_TRUE (master.triggerPlayModeAvailable.read());
+    EXPECT_FALSE (engine.getLoop (7)->trigger.read());
+
+    // Stopped with trigger play mode on: keys keep running.
+    head.playing = true;
+    renderBlock (processor);
+    head.playing = false;
+    renderBlock (processor);
+    master.triggerPlayMode.write (true);
+    engine.triggerKey (8, true, false, 1.0f);
+    head.playing = false;
+    renderBlock (processor);
+    EXPECT_TRUE (engine.getLoop (8)->trigger.read());
+
+    // Trigger play mode going off stops every key.
+    master.triggerPlayMode.write (false);
+    EXPECT_FALSE (engine.getLoop (8)->trigger.read());
+    processor.setPlayHead (nullptr);
+}
+
+TEST (MasterTimeline, CountsBarsAtTheOutputTempoAndSamplesWithoutOne)
+{
+    TavrineEngine engine;
+    auto& timeline = engine.getMasterChain().getMasterTimeline();
+    EXPECT_DOUBLE_EQ (timeline.getStep(), 1.0);
+    timeline.advance (100);
+    EXPECT_DOUBLE_EQ (timeline.getPosition(), 100.0);
+
+    engine.getMasterChain().outputBpm.write (120.0);
+    // 120 bpm: one bar of four beats is two seconds.
+    EXPECT_DOUBLE_EQ (timeline.positionOf (88200), 1.0);
+    EXPECT_EQ (timeline.samplesOf (1.0), 88200);
+    EXPECT_EQ (timeline.samplesOf (0.5), 44100);
+    EXPECT_NEAR (timeline.getStep(), 1.0 / 88200.0, 1e-15);
+
+    engine.getMasterChain().triggerPlayMode.write (true);
+    EXPECT_EQ (timeline.getSamplePosition(), 0);
+}
