@@ -1,0 +1,5 @@
+# Benchmarks of the core on JUCE.
+add_executable(tavrine_bench
+    shell/ProcessBlockBench.cpp)
+target_link_libraries(tavrine_bench PRIVATE tavrine_core benchmark::benchmark)
+tavrine_set_warnings(tavrine_bench)
