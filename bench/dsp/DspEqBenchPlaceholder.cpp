@@ -1,1 +1,0 @@
-// Equaliser benchmarks are listed here as they land.

@@ -1,1 +1,0 @@
-// Numeric floor benchmarks are listed here as they land.

@@ -1,0 +1,455 @@
+#include "dsp/CParametricEq.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <new>
+#include <random>
+
+namespace qvrParamEQ
+{
+namespace
+{
+// 2*pi rounded to float. The coefficients are computed in single precision
+// throughout, with every intermediate rounded to float.
+constexpr float kTwoPi = 6.2831855f;
+
+// The cut-off used for the coefficients never reaches Nyquist. At 44100 Hz the
+// top of the frequency range (20000 Hz) is below this and nothing changes; at
+// lower rates a cut-off past Nyquist would put w beyond pi, where sin(w) turns
+// negative and the second-order sections get a pole outside the unit circle.
+constexpr float kMaxCutoffFraction = 0.49f;
+
+// 10 / ln 10: converts the natural log of a power ratio into dB.
+constexpr double kPowerToDb = 4.3429448190325175;
+
+// Floor of the squared magnitudes in getResponseDb. A zero of the response
+// (a notch at its centre) gives about -300 dB instead of -inf, and rounding
+// that drives the numerator slightly negative cannot produce NaN.
+constexpr double kMinPower = 1.0e-30;
+
+constexpr double kTwoPiDouble = 6.283185307179586;
+
+constexpr float kMinimum[kNumParameters] = { kMinFrequencyHz, kMinQ, kMinGainDb };
+constexpr float kMaximum[kNumParameters] = { kMaxFrequencyHz, kMaxQ, kMaxGainDb };
+
+struct Kernel
+{
+    float b0, b1, b2, a1, a2;
+};
+
+constexpr int kNoiseMask = CParametricEq::kNoiseTableSize - 1;
+
+/*  One sample of transposed direct form II, a1 and a2 already negated.
+
+    z1 is updated as (z2 + b1*x) + a1*y: the terms that do not depend on y
+    are summed first, so the serial chain from one sample to the next is one
+    add (y), one multiply and one add, rather than two adds after the
+    multiply.
+
+    Every path of process goes through this one function, so all of them
+    round alike and the output does not depend on how blocks or channels are
+    grouped.
+*/
+inline float tick (const Kernel& k, float x, float& z1, float& z2) noexcept
+{
+    const float y = z1 + k.b0 * x;
+    z1 = (z2 + k.b1 * x) + k.a1 * y;
+    z2 = k.a2 * y + k.b2 * x;
+    return y;
+}
+
+// With kWithNoise, noise[i & mask] is added to the input, i counting from 0
+// in every call and the same value for every channel.
+template <bool kWithNoise>
+inline float inputAt (const float* in, const float* noise, int i) noexcept
+{
+    if constexpr (kWithNoise)
+        return in[i] + noise[i & kNoiseMask];
+    else
+        return in[i];
+}
+
+/*  Two channels in one loop, four samples per turn. Each channel's recursion
+    is a serial chain; interleaving two independent chains lets the processor
+    overlap them, so a stereo pair costs little more than one channel. The
+    state is in plain locals (not arrays) so that it stays in registers.
+*/
+template <bool kWithNoise>
+void filterPair (const Kernel& kernel, const float* noise, const float* inA, const float* inB, float* outA,
+                 float* outB, float& z1A, float& z2A, float& z1B, float& z2B, int numSamples) noexcept
+{
+    const Kernel k = kernel;
+    float s1A = z1A, s2A = z2A, s1B = z1B, s2B = z2B;
+
+    auto step = [&] (int i) noexcept
+    {
+        const float xA = inputAt<kWithNoise> (inA, noise, i);
+        const float xB = inputAt<kWithNoise> (inB, noise, i);
+        const float yA = tick (k, xA, s1A, s2A);
+        const float yB = tick (k, xB, s1B, s2B);
+        outA[i] = yA;
+        outB[i] = yB;
+    };
+
+    int i = 0;
+    for (; i + 4 <= numSamples; i += 4)
+    {
+        step (i);
+        step (i + 1);
+        step (i + 2);
+        step (i + 3);
+    }
+    for (; i < numSamples; ++i)
+        step (i);
+
+    z1A = s1A;
+    z2A = s2A;
+    z1B = s1B;
+    z2B = s2B;
+}
+
+// The last channel of an odd count, with the same loop shape.
+template <bool kWithNoise>
+void filterSingle (const Kernel& kernel, const float* noise, const float* in, float* out, float& z1State,
+                   float& z2State, int numSamples) noexcept
+{
+    const Kernel k = kernel;
+    float z1 = z1State, z2 = z2State;
+
+    auto step = [&] (int i) noexcept { out[i] = tick (k, inputAt<kWithNoise> (in, noise, i), z1, z2); };
+
+    int i = 0;
+    for (; i + 4 <= numSamples; i += 4)
+    {
+        step (i);
+        step (i + 1);
+        step (i + 2);
+        step (i + 3);
+    }
+    for (; i < numSamples; ++i)
+        step (i);
+
+    z1State = z1;
+    z2State = z2;
+}
+
+template <bool kWithNoise>
+void filterChannels (const Kernel& kernel, const float* noise, const float* const* inputs, float* const* outputs,
+                     float* z1, float* z2, int numChannels, int numSamples) noexcept
+{
+    int ch = 0;
+    for (; ch + 2 <= numChannels; ch += 2)
+        filterPair<kWithNoise> (kernel, noise, inputs[ch], inputs[ch + 1], outputs[ch], outputs[ch + 1], z1[ch], z2[ch],
+                                z1[ch + 1], z2[ch + 1], numSamples);
+    if (ch < numChannels)
+        filterSingle<kWithNoise> (kernel, noise, inputs[ch], outputs[ch], z1[ch], z2[ch], numSamples);
+}
+} // namespace
+
+int CParametricEqIf::createInstance (CParametricEqIf** instance, float sampleRate, int numChannels) noexcept
+{
+    if (instance == nullptr)
+        return kInvalidArgument;
+
+    *instance = nullptr;
+
+    // The rate divides every w; zero, negative or non-finite rates would fill
+    // the coefficients with inf or NaN.
+    if (numChannels < 1 || ! (sampleRate > 0.0f) || ! std::isfinite (sampleRate))
+        return kInvalidArgument;
+
+    try
+    {
+        *instance = new CParametricEq (sampleRate, numChannels);
+    }
+    catch (const std::bad_alloc&)
+    {
+        return meridex::kMemoryError;
+    }
+    return meridex::kNoError;
+}
+
+CParametricEq::CParametricEq (float rate, int channels)
+    : sampleRate (rate),
+      numChannels (channels),
+      z1States (static_cast<size_t> (channels), 0.0f),
+      z2States (static_cast<size_t> (channels), 0.0f)
+{
+    fillNoiseTable();
+}
+
+void CParametricEq::fillNoiseTable() noexcept
+{
+    // Each entry is the sum of two uniform 15-bit integers shifted down by
+    // their maximum and scaled to 1e-20: a triangular spread over
+    // [-2e-20, 0]. That is far above the smallest normal float (about 1e-38)
+    // and far below anything audible. A private generator with a fixed seed
+    // gives the same table on every platform and in every instance, and
+    // leaves the process-wide rand() state alone.
+    std::minstd_rand generator (1u);
+    auto uniform15 = [&generator]() noexcept { return static_cast<int> (generator() >> 16); };
+
+    for (float& value : noise)
+    {
+        const int sum = uniform15() + uniform15() - 65534;
+        value = static_cast<float> (sum) * 1.0e-20f / 32767.0f;
+    }
+}
+
+int CParametricEq::process (const float* const* inputs, float* const* outputs, int numSamples) noexcept
+{
+    if (inputs == nullptr || outputs == nullptr || numSamples < 1)
+        return kInvalidArgument;
+
+    for (int ch = 0; ch < numChannels; ++ch)
+        if (inputs[ch] == nullptr || outputs[ch] == nullptr)
+            return kInvalidArgument;
+
+    if (dirty)
+        rebuildCoefficients();
+
+    if (bypass)
+    {
+        for (int ch = 0; ch < numChannels; ++ch)
+            if (inputs[ch] != outputs[ch])
+                std::memcpy (outputs[ch], inputs[ch], static_cast<size_t> (numSamples) * sizeof (float));
+        return meridex::kNoError;
+    }
+
+    const Kernel kernel { coefficients.b0, coefficients.b1, coefficients.b2, coefficients.a1, coefficients.a2 };
+    if (noiseOn)
+        filterChannels<true> (kernel, noise, inputs, outputs, z1States.data(), z2States.data(), numChannels, numSamples);
+    else
+        filterChannels<false> (kernel, noise, inputs, outputs, z1States.data(), z2States.data(), numChannels, numSamples);
+    return meridex::kNoError;
+}
+
+int CParametricEq::setType (int newType) noexcept
+{
+    if (newType < 0 || newType >= kNumFilterTypes)
+        return kInvalidArgument;
+
+    type = newType;
+    dirty = true;
+    return meridex::kNoError;
+}
+
+int CParametricEq::setParameter (int index, float value) noexcept
+{
+    if (index < 0 || index >= kNumParameters)
+        return kInvalidArgument;
+
+    // Written so that NaN, which fails every comparison, is refused too.
+    if (! (value >= kMinimum[index] && value <= kMaximum[index]))
+        return kInvalidArgument;
+
+    params[index] = value;
+    dirty = true;
+    return meridex::kNoError;
+}
+
+float CParametricEq::getParameter (int index) const noexcept
+{
+    if (index < 0 || index >= kNumParameters)
+        return 0.0f;
+    return params[index];
+}
+
+float CParametricEq::getResponseDb (float frequencyHz) noexcept
+{
+    if (dirty)
+        rebuildCoefficients();
+
+    // |b0 + b1 z^-1 + b2 z^-2|^2 on the unit circle written with
+    // s = sin^2(w/2), for the numerator and for the denominator (1, a1, a2).
+    // Evaluated in double from the float coefficients the filter runs with,
+    // so the curve is that of the running filter: in float, the cancellation
+    // in the first two terms costs a tenth of a dB and more where a high-pass
+    // is deep in its stop band.
+    const double w = kTwoPiDouble * static_cast<double> (frequencyHz) / static_cast<double> (sampleRate);
+    const double sinHalf = std::sin (0.5 * w);
+    const double s = sinHalf * sinHalf;
+
+    auto power = [s] (double c0, double c1, double c2) noexcept
+    {
+        const double sum = c0 + c1 + c2;
+        const double value = sum * sum - 4.0 * s * (c1 * (c0 + c2) + 4.0 * c0 * c2) + 16.0 * s * s * c0 * c2;
+        return std::max (value, kMinPower);
+    };
+
+    const double numerator = power (coefficients.b0, coefficients.b1, coefficients.b2);
+    const double denominator = power (1.0, -static_cast<double> (coefficients.a1), -static_cast<double> (coefficients.a2));
+    return static_cast<float> (kPowerToDb * (std::log (numerator) - std::log (denominator)));
+}
+
+void CParametricEq::reset() noexcept
+{
+    std::fill (z1States.begin(), z1States.end(), 0.0f);
+    std::fill (z2States.begin(), z2States.end(), 0.0f);
+    dirty = true;
+}
+
+void CParametricEq::rebuildCoefficients() noexcept
+{
+    const float frequency = std::min (params[kFrequency], kMaxCutoffFraction * sampleRate);
+    const float q = params[kQ];
+    const float gainDb = params[kGain];
+
+    const float w = kTwoPi * frequency / sampleRate;
+    const float c = std::cos (w);
+    const float s = std::sin (w);
+    const float alpha = s / (2.0f * q);
+    const float n = 1.0f / (1.0f + alpha);
+
+    // Denominator terms as in 1 + a1 z^-1 + a2 z^-2; negated at the end.
+    float b0 = 1.0f, b1 = 0.0f, b2 = 0.0f, a1 = 0.0f, a2 = 0.0f;
+
+    switch (type)
+    {
+        case kLowPass1:
+        {
+            // One pole at exp(-w) and a zero at -0.12, scaled so that DC
+            // passes at exactly 0 dB: (b0 + b1) / (1 - x) = 1.12 b0 / (1 - x).
+            const float x = std::exp (-w);
+            b0 = (1.0f - x) / 1.12f;
+            b1 = 0.12f * b0;
+            a1 = -x;
+            break;
+        }
+        case kLowPass2:
+            b0 = n * (1.0f - c) / 2.0f;
+            b1 = n * (1.0f - c);
+            b2 = b0;
+            a1 = -2.0f * c * n;
+            a2 = n * (1.0f - alpha);
+            break;
+        case kHighPass1:
+        {
+            const float x = std::exp (-w);
+            b0 = (1.0f + x) / 2.0f;
+            b1 = -b0;
+            a1 = -x;
+            break;
+        }
+        case kHighPass2:
+            b0 = n * (1.0f + c) / 2.0f;
+            b1 = -n * (1.0f + c);
+            b2 = b0;
+            a1 = -2.0f * c * n;
+            a2 = n * (1.0f - alpha);
+            break;
+        case kBandPass2:
+            b0 = n * alpha;
+            b1 = 0.0f;
+            b2 = -n * alpha;
+            a1 = -2.0f * c * n;
+            a2 = n * (1.0f - alpha);
+            break;
+        case kLowShelf1:
+        case kHighShelf1:
+        {
+            // A pole at exp(-w1) and a zero at exp(-w2): whichever corner is
+            // lower decides the direction of the shelf, and the two sit
+            // |gain| dB apart on the frequency axis.
+            const float g = std::pow (10.0f, -std::fabs (gainDb) / 20.0f);
+            const float w1 = gainDb > 0.0f ? w * g : w;
+            const float w2 = gainDb > 0.0f ? w : w * g;
+            const float y = std::exp (-w2);
+            const float pole = std::exp (-w1);
+            a1 = -pole;
+
+            if (type == kLowShelf1)
+            {
+                // The numerator is (-1 + y z^-1): the magnitude of a low
+                // shelf with the top end near 0 dB, and the output inverted
+                // in polarity.
+                b0 = -1.0f;
+                b1 = y;
+            }
+            else
+            {
+                // Scaled by e so that DC passes at exactly 0 dB; the top end
+                // moves by about |gain| dB, downwards for a positive gain.
+                const float e = (1.0f - pole) / (y - 1.0f);
+                b0 = e * -1.0f;
+                b1 = e * y;
+            }
+            break;
+        }
+        case kLowShelf2:
+        case kHighShelf2:
+        {
+            const float a = std::pow (10.0f, gainDb / 40.0f);
+            const float bw = 2.0f * std::sqrt (a) * alpha;
+            const float p = a + 1.0f;
+            const float m = a - 1.0f;
+
+            if (type == kLowShelf2)
+            {
+                const float norm = 1.0f / (p + m * c + bw);
+                b0 = a * (p - m * c + bw) * norm;
+                b1 = 2.0f * a * (m - p * c) * norm;
+                b2 = a * (p - m * c - bw) * norm;
+                a1 = -2.0f * (m + p * c) * norm;
+                a2 = (p + m * c - bw) * norm;
+            }
+            else
+            {
+                const float norm = 1.0f / (p - m * c + bw);
+                b0 = a * (p + m * c + bw) * norm;
+                b1 = -2.0f * a * (m + p * c) * norm;
+                b2 = a * (p + m * c - bw) * norm;
+                a1 = 2.0f * (m - p * c) * norm;
+                a2 = (p - m * c - bw) * norm;
+            }
+            break;
+        }
+        case kPeak2:
+        {
+            const float a = std::pow (10.0f, gainDb / 40.0f);
+            const float alphaOverA = alpha / a;
+            const float norm = 1.0f / (1.0f + alphaOverA);
+            b0 = norm * (1.0f + alpha * a);
+            b1 = -2.0f * c * norm;
+            b2 = norm * (1.0f - alpha * a);
+            a1 = b1;
+            a2 = norm * (1.0f - alphaOverA);
+            break;
+        }
+        case kNotch2:
+            b0 = n;
+            b1 = -2.0f * c * n;
+            b2 = n;
+            a1 = -2.0f * c * n;
+            a2 = n * (1.0f - alpha);
+            break;
+        case kAllPass1:
+        {
+            const float x = std::exp (-w);
+            b0 = x;
+            b1 = -1.0f;
+            a1 = -x;
+            break;
+        }
+        case kAllPass2:
+            b0 = n * (1.0f - alpha);
+            b1 = -2.0f * c * n;
+            b2 = n * (1.0f + alpha);
+            a1 = -2.0f * c * n;
+            a2 = n * (1.0f - alpha);
+            break;
+        default:
+            // setType admits only the numbers above; a pass-through keeps the
+            // output sane should that ever break.
+            break;
+    }
+
+    coefficients.b0 = b0;
+    coefficients.b1 = b1;
+    coefficients.b2 = b2;
+    coefficients.a1 = -a1;
+    coefficients.a2 = -a2;
+    dirty = false;
+}
+} // namespace qvrParamEQ

@@ -1,1 +1,0 @@
-// Equaliser units are listed here as they land.

@@ -1,1 +1,0 @@
-// Numeric floor units are listed here as they land.

@@ -1,1 +1,0 @@
-// Equaliser tests are listed here as they land.

@@ -1,1 +1,0 @@
-// Numeric floor tests are listed here as they land.

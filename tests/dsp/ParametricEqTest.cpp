@@ -1,0 +1,382 @@
+#include "dsp/CParametricEqIf.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <complex>
+#include <limits>
+#include <memory>
+#include <random>
+#include <tuple>
+#include <vector>
+
+using namespace qvrParamEQ;
+
+namespace
+{
+constexpr float kRate = 44100.0f;
+constexpr double kPi = 3.141592653589793;
+
+using EqPtr = std::unique_ptr<CParametricEqIf>;
+
+struct Setting
+{
+    int type;
+    float frequencyHz, q, gainDb;
+};
+
+EqPtr makeEq (const Setting& s = { kLowPass2, 1000.0f, 1.0f, 0.0f }, int channels = 1, float rate = kRate)
+{
+    CParametricEqIf* raw = nullptr;
+    EXPECT_EQ (CParametricEqIf::createInstance (&raw, rate, channels), meridex::kNoError);
+    EqPtr eq (raw);
+    EXPECT_EQ (eq->setType (s.type), meridex::kNoError);
+    EXPECT_EQ (eq->setParameter (kFrequency, s.frequencyHz), meridex::kNoError);
+    EXPECT_EQ (eq->setParameter (kQ, s.q), meridex::kNoError);
+    EXPECT_EQ (eq->setParameter (kGain, s.gainDb), meridex::kNoError);
+    return eq;
+}
+
+// Corners low, middle and high with a broad, a Butterworth and a resonant q,
+// plus the maximum q; a cut and a boost for the types that have a gain.
+std::vector<Setting> sweepSettings (int type)
+{
+    std::vector<Setting> settings;
+    const bool hasGain = type >= kLowShelf1 && type <= kPeak2;
+    for (float gain : hasGain ? std::vector<float> { -15.0f, 9.0f } : std::vector<float> { 0.0f })
+    {
+        for (float f : { 60.0f, 1000.0f, 12000.0f })
+            for (float q : { 0.3f, 0.7071f, 6.0f })
+                settings.push_back ({ type, f, q, gain });
+        settings.push_back ({ type, 1000.0f, 24.0f, gain });
+    }
+    return settings;
+}
+
+std::vector<double> probeFrequencies() // 20 Hz to 20 kHz, a third of an octave apart
+{
+    std::vector<double> f;
+    for (int i = 0; i <= 30; ++i)
+        f.push_back (20.0 * std::pow (1000.0, i / 30.0));
+    return f;
+}
+
+std::vector<float> noiseSignal (int length, unsigned seed, float amplitude = 0.5f)
+{
+    std::mt19937 rng (seed);
+    std::uniform_real_distribution<float> dist (-amplitude, amplitude);
+    std::vector<float> v (static_cast<size_t> (length));
+    for (float& x : v)
+        x = dist (rng);
+    return v;
+}
+
+void runMono (CParametricEqIf& eq, std::vector<float>& buffer)
+{
+    float* p = buffer.data();
+    ASSERT_EQ (eq.process (&p, &p, static_cast<int> (buffer.size())), meridex::kNoError);
+}
+
+// Impulse response with noise off, cut where it has decayed below 1e-10 of
+// its peak so that the DFT only runs over what matters.
+std::vector<float> impulseResponse (CParametricEqIf& eq)
+{
+    eq.setNoise (false);
+    std::vector<float> h (1 << 16, 0.0f);
+    h[0] = 1.0f;
+    runMono (eq, h);
+    float peak = 0.0f;
+    for (float v : h)
+        peak = std::max (peak, std::fabs (v));
+    while (h.size() > 1 && std::fabs (h.back()) < 1e-10f * peak)
+        h.pop_back();
+    return h;
+}
+
+double measuredDb (const std::vector<float>& h, double frequencyHz)
+{
+    const double w = 2.0 * kPi * frequencyHz / kRate;
+    std::complex<double> sum;
+    for (size_t n = 0; n < h.size(); ++n)
+        sum += static_cast<double> (h[n]) * std::polar (1.0, -w * static_cast<double> (n));
+    return 10.0 * std::log10 (std::norm (sum));
+}
+
+// The audio-EQ cookbook biquads, from the published formulas in double
+// precision with their own a0, independently of the filter's code.
+double cookbookDb (const Setting& s, double frequencyHz)
+{
+    const double w0 = 2.0 * kPi * s.frequencyHz / kRate, c = std::cos (w0), alpha = std::sin (w0) / (2.0 * s.q);
+    const double a = std::pow (10.0, s.gainDb / 40.0), sa = 2.0 * std::sqrt (a) * alpha, p = a + 1, m = a - 1;
+    double b[3] = {}, d[3] = { 1 + alpha, -2 * c, 1 - alpha };
+    switch (s.type)
+    {
+        case kLowPass2:  b[0] = (1 - c) / 2; b[1] = 1 - c; b[2] = (1 - c) / 2; break;
+        case kHighPass2: b[0] = (1 + c) / 2; b[1] = -(1 + c); b[2] = (1 + c) / 2; break;
+        case kBandPass2: b[0] = alpha; b[2] = -alpha; break;
+        case kNotch2:    b[0] = 1; b[1] = -2 * c; b[2] = 1; break;
+        case kAllPass2:  b[0] = 1 - alpha; b[1] = -2 * c; b[2] = 1 + alpha; break;
+        case kPeak2:     b[0] = 1 + alpha * a; b[1] = -2 * c; b[2] = 1 - alpha * a; d[0] = 1 + alpha / a; d[2] = 1 - alpha / a; break;
+        case kLowShelf2:
+            b[0] = a * (p - m * c + sa); b[1] = 2 * a * (m - p * c); b[2] = a * (p - m * c - sa);
+            d[0] = p + m * c + sa; d[1] = -2 * (m + p * c); d[2] = p + m * c - sa;
+            break;
+        case kHighShelf2:
+            b[0] = a * (p + m * c + sa); b[1] = -2 * a * (m + p * c); b[2] = a * (p + m * c - sa);
+            d[0] = p - m * c + sa; d[1] = 2 * (m - p * c); d[2] = p - m * c - sa;
+            break;
+        default: ADD_FAILURE() << "no cookbook form for type " << s.type;
+    }
+    const std::complex<double> z1 = std::polar (1.0, -2.0 * kPi * frequencyHz / kRate), z2 = z1 * z1;
+    return 20.0 * std::log10 (std::abs ((b[0] + b[1] * z1 + b[2] * z2) / (d[0] + d[1] * z1 + d[2] * z2)));
+}
+
+// Below -80 dB both curves are dominated by rounding (float states on one
+// side, the depth of a zero on the other); there only "deep" is compared.
+void expectSameDb (double expected, double actual, const Setting& s, double f)
+{
+    if (expected < -80.0)
+        EXPECT_LT (actual, -70.0) << "type " << s.type << " at " << f << " Hz";
+    else
+        EXPECT_NEAR (expected, actual, 0.1) << "type " << s.type << " fc " << s.frequencyHz << " q " << s.q
+                                            << " gain " << s.gainDb << " at " << f << " Hz";
+}
+} // namespace
+
+class ParametricEqEveryType : public ::testing::TestWithParam<int>
+{
+};
+
+TEST_P (ParametricEqEveryType, MeasuredResponseMatchesReportedCurve)
+{
+    for (const Setting& s : sweepSettings (GetParam()))
+    {
+        EqPtr eq = makeEq (s);
+        const std::vector<float> h = impulseResponse (*eq);
+        for (double f : probeFrequencies())
+            expectSameDb (measuredDb (h, f), eq->getResponseDb (static_cast<float> (f)), s, f);
+    }
+}
+
+TEST_P (ParametricEqEveryType, LoudInputThenSilenceStaysBoundedAndFreeOfDenormals)
+{
+    // The corners of the parameter space, and cut-offs past Nyquist at a
+    // lower rate, which must not turn the recursion unstable.
+    std::vector<std::pair<Setting, float>> cases;
+    for (float f : { 10.0f, 20000.0f })
+        for (float q : { 0.1f, 24.0f })
+            for (float gain : { -24.0f, 24.0f })
+                cases.push_back ({ { GetParam(), f, q, gain }, kRate });
+    cases.push_back ({ { GetParam(), 20000.0f, 24.0f, 24.0f }, 32000.0f });
+    cases.push_back ({ { GetParam(), 20000.0f, 0.1f, -24.0f }, 32000.0f });
+
+    for (const auto& [setting, rate] : cases)
+    {
+        EqPtr eq = makeEq (setting, 1, rate);
+        std::vector<float> io = noiseSignal (4096, 7, 1.0f);
+        io.resize (4096 + 32768, 0.0f);
+        runMono (*eq, io);
+
+        float earlyTail = 0.0f, lateTail = 0.0f;
+        for (size_t i = 0; i < io.size(); ++i)
+        {
+            ASSERT_TRUE (std::isfinite (io[i]) && std::fabs (io[i]) < 1e4f) << "type " << setting.type << " sample " << i;
+            if (i < 4096)
+                continue;
+            ASSERT_NE (std::fpclassify (io[i]), FP_SUBNORMAL) << "type " << setting.type << " sample " << i;
+            float& tail = i < 4096 + 16384 ? earlyTail : lateTail;
+            tail = std::max (tail, std::fabs (io[i]));
+        }
+        EXPECT_LE (lateTail, earlyTail + 1e-18f) << "tail grows: type " << setting.type << " fc " << setting.frequencyHz
+                                                 << " q " << setting.q << " rate " << rate;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P (AllTypes, ParametricEqEveryType, ::testing::Range (0, static_cast<int> (kNumFilterTypes)));
+
+TEST (ParametricEqResponse, SecondOrderTypesMatchTheCookbookBiquads)
+{
+    for (int type : { kLowPass2, kHighPass2, kBandPass2, kLowShelf2, kHighShelf2, kPeak2, kNotch2, kAllPass2 })
+        for (const Setting& s : sweepSettings (type))
+        {
+            EqPtr eq = makeEq (s);
+            for (double f : probeFrequencies())
+                expectSameDb (cookbookDb (s, f), eq->getResponseDb (static_cast<float> (f)), s, f);
+        }
+}
+
+TEST (ParametricEqResponse, FirstOrderTypesAndZerosOfTheResponse)
+{
+    const float nyquist = kRate / 2.0f;
+    EqPtr lowPass = makeEq ({ kLowPass1, 1000.0f, 1.0f, 0.0f }), highPass = makeEq ({ kHighPass1, 1000.0f, 1.0f, 0.0f });
+    EXPECT_NEAR (lowPass->getResponseDb (0.0f), 0.0, 1e-3);
+    EXPECT_NEAR (lowPass->getResponseDb (1000.0f), -3.0, 0.3);
+    EXPECT_NEAR (highPass->getResponseDb (nyquist), 0.0, 1e-3);
+    EXPECT_NEAR (highPass->getResponseDb (1000.0f), -3.0, 0.3);
+
+    EqPtr allPass = makeEq ({ kAllPass1, 1000.0f, 1.0f, 0.0f });
+    for (double f : probeFrequencies())
+        EXPECT_NEAR (allPass->getResponseDb (static_cast<float> (f)), 0.0, 1e-3) << f;
+
+    // The first-order shelves move one end by about |gain|: the low shelf
+    // its bottom end with the sign of the gain, the high shelf its top end
+    // against it, holding DC at exactly 0 dB.
+    for (float gain : { -12.0f, 12.0f })
+    {
+        EqPtr lowShelf = makeEq ({ kLowShelf1, 200.0f, 1.0f, gain }), highShelf = makeEq ({ kHighShelf1, 200.0f, 1.0f, gain });
+        EXPECT_NEAR (lowShelf->getResponseDb (0.0f), gain, 0.5);
+        EXPECT_NEAR (lowShelf->getResponseDb (nyquist), 0.0, 0.5);
+        EXPECT_NEAR (highShelf->getResponseDb (0.0f), 0.0, 1e-3);
+        EXPECT_NEAR (highShelf->getResponseDb (nyquist), -gain, 0.5);
+    }
+
+    // Where the numerator vanishes (a notch centre, the far ends of the
+    // second-order high- and low-pass) the answer is deep but finite.
+    for (const auto& [setting, atHz] : { std::pair<Setting, float> { { kNotch2, 1000.0f, 1.0f, 0.0f }, 1000.0f },
+                                         { { kHighPass2, 1000.0f, 1.0f, 0.0f }, 0.0f },
+                                         { { kLowPass2, 1000.0f, 1.0f, 0.0f }, nyquist } })
+    {
+        const float db = makeEq (setting)->getResponseDb (atHz);
+        EXPECT_TRUE (std::isfinite (db) && db < -60.0f) << "type " << setting.type << ": " << db;
+    }
+}
+
+TEST (ParametricEqRefusals, RefusedCallsChangeNothing)
+{
+    EqPtr eq = makeEq();
+    const float before = eq->getResponseDb (3000.0f), nan = std::numeric_limits<float>::quiet_NaN();
+    for (const auto& [index, value] : { std::pair<int, float> { kFrequency, 9.9f }, { kFrequency, 20000.5f }, { kQ, 24.1f },
+                                        { kQ, 0.09f }, { kGain, -24.5f }, { kGain, 24.5f }, { kFrequency, nan }, { kQ, nan },
+                                        { kGain, nan }, { -1, 1.0f }, { kNumParameters, 1.0f } })
+        EXPECT_EQ (eq->setParameter (index, value), kInvalidArgument) << index << " " << value;
+    EXPECT_EQ (eq->setType (-1), kInvalidArgument);
+    EXPECT_EQ (eq->setType (kNumFilterTypes), kInvalidArgument);
+    EXPECT_TRUE (eq->getType() == kLowPass2 && eq->getParameter (kFrequency) == 1000.0f && eq->getParameter (kQ) == 1.0f
+                 && eq->getParameter (kGain) == 0.0f);
+    EXPECT_EQ (eq->getResponseDb (3000.0f), before);
+
+    for (const auto& [index, value] : { std::pair<int, float> { kFrequency, 10.0f }, { kFrequency, 20000.0f }, { kQ, 0.1f },
+                                        { kQ, 24.0f }, { kGain, -24.0f }, { kGain, 24.0f } })
+        EXPECT_EQ (eq->setParameter (index, value), meridex::kNoError) << "the ends of a range are inside it";
+
+    std::vector<float> a (8, 0.25f);
+    float* good[] = { a.data() };
+    float* missing[] = { nullptr };
+    for (const auto& [in, out, n] : { std::tuple<float**, float**, int> { good, good, 0 }, { good, good, -1 }, { nullptr, good, 8 },
+                                      { good, nullptr, 8 }, { missing, good, 8 }, { good, missing, 8 } })
+        EXPECT_EQ (eq->process (in, out, n), kInvalidArgument);
+    EXPECT_EQ (a, std::vector<float> (8, 0.25f));
+
+    // A refused creation clears a pointer that held something before.
+    for (const auto& [rate, channels] : { std::pair<float, int> { kRate, 0 }, { kRate, -3 }, { 0.0f, 2 }, { -kRate, 2 },
+                                          { std::numeric_limits<float>::infinity(), 2 }, { nan, 2 } })
+    {
+        CParametricEqIf* other = eq.get();
+        EXPECT_EQ (CParametricEqIf::createInstance (&other, rate, channels), kInvalidArgument);
+        EXPECT_EQ (other, nullptr);
+    }
+    EXPECT_EQ (CParametricEqIf::createInstance (nullptr, kRate, 2), kInvalidArgument);
+}
+
+TEST (ParametricEqProcess, EachChangeReachesTheNextBlockWithoutReset)
+{
+    // Coefficients are built once, then one setting changes; the next block
+    // must run as a fresh filter with the new setting would.
+    const Setting target { kPeak2, 3000.0f, 4.0f, 12.0f };
+    const float targetValues[kNumParameters] = { target.frequencyHz, target.q, target.gainDb };
+    const Setting starts[] = { { kNotch2, 3000.0f, 4.0f, 12.0f }, { kPeak2, 500.0f, 4.0f, 12.0f },
+                               { kPeak2, 3000.0f, 0.5f, 12.0f }, { kPeak2, 3000.0f, 4.0f, -6.0f } };
+    for (int changed = 0; changed < 4; ++changed)
+    {
+        EqPtr eq = makeEq (starts[changed]), fresh = makeEq (target);
+        eq->setNoise (false); // so that the block that builds the coefficients leaves the state at zero
+        fresh->setNoise (false);
+        std::vector<float> silence (64, 0.0f), a = noiseSignal (256, 3), b = a;
+        runMono (*eq, silence);
+        ASSERT_EQ (changed == 0 ? eq->setType (target.type) : eq->setParameter (changed - 1, targetValues[changed - 1]), meridex::kNoError);
+        runMono (*eq, a);
+        runMono (*fresh, b);
+        EXPECT_EQ (a, b) << "change " << changed;
+    }
+}
+
+TEST (ParametricEqProcess, OutputDoesNotDependOnBlockSizeOrChannelGrouping)
+{
+    // Three channels run as a pair plus a single; each must come out exactly
+    // as a mono filter gives it whatever the blocks, so that neither the
+    // unrolled loop, its remainder nor the grouping changes a bit.
+    constexpr int kLength = 4099;
+    for (const Setting& s : { Setting { kLowPass2, 800.0f, 6.0f, 0.0f }, Setting { kPeak2, 5000.0f, 2.0f, 9.0f },
+                              Setting { kAllPass1, 300.0f, 1.0f, 0.0f } })
+    {
+        std::vector<std::vector<float>> inputs, reference;
+        for (unsigned ch = 0; ch < 3; ++ch)
+        {
+            inputs.push_back (noiseSignal (kLength, 11 + ch));
+            reference.push_back (inputs.back());
+            EqPtr mono = makeEq (s);
+            mono->setNoise (false);
+            runMono (*mono, reference.back());
+        }
+        for (int blockSize : { 1, 3, 4, 7, 64, kLength })
+        {
+            EqPtr eq = makeEq (s, 3);
+            eq->setNoise (false);
+            std::vector<std::vector<float>> out (3, std::vector<float> (kLength));
+            for (int done = 0; done < kLength; done += blockSize)
+            {
+                const float* in[] = { &inputs[0][done], &inputs[1][done], &inputs[2][done] };
+                float* outs[] = { &out[0][done], &out[1][done], &out[2][done] };
+                ASSERT_EQ (eq->process (in, outs, std::min (blockSize, kLength - done)), meridex::kNoError);
+            }
+            EXPECT_EQ (out, reference) << "type " << s.type << " block " << blockSize;
+        }
+    }
+}
+
+TEST (ParametricEqProcess, BypassAndResetLeaveTheStateAsDocumented)
+{
+    const Setting s { kBandPass2, 2000.0f, 3.0f, 0.0f };
+    const std::vector<float> first = noiseSignal (100, 1, 1.0f), middle = noiseSignal (64, 2), last = noiseSignal (100, 3);
+    EqPtr eq = makeEq (s), plain = makeEq (s);
+    std::vector<float> a = first, b = first;
+    runMono (*eq, a);
+    runMono (*plain, b);
+
+    // Bypassed: in place leaves the data alone, out of place copies it, and
+    // the state stays as it was, so the bypassed blocks leave no trace.
+    eq->setBypass (true);
+    std::vector<float> inPlace = middle, copied (middle.size(), -7.0f);
+    runMono (*eq, inPlace);
+    const float* in = middle.data();
+    float* out = copied.data();
+    ASSERT_EQ (eq->process (&in, &out, static_cast<int> (middle.size())), meridex::kNoError);
+    EXPECT_EQ (inPlace, middle);
+    EXPECT_EQ (copied, middle);
+    eq->setBypass (false);
+    a = b = last;
+    runMono (*eq, a);
+    runMono (*plain, b);
+    EXPECT_EQ (a, b);
+
+    // Reset forgets all that came before.
+    eq->reset();
+    EqPtr fresh = makeEq (s);
+    a = b = last;
+    runMono (*eq, a);
+    runMono (*fresh, b);
+    EXPECT_EQ (a, b);
+}
+
+TEST (ParametricEqNoise, SilenceComesOutAtAbout1em20OnlyWithNoiseOn)
+{
+    EqPtr eq = makeEq(), quiet = makeEq();
+    quiet->setNoise (false);
+    std::vector<float> a (2048, 0.0f), b = a;
+    runMono (*eq, a);
+    runMono (*quiet, b);
+    const auto [low, high] = std::minmax_element (a.begin(), a.end());
+    EXPECT_TRUE (*low < -1e-21f && *low > -1e-19f && *high < 1e-19f) << *low << " " << *high;
+    EXPECT_EQ (b, std::vector<float> (2048, 0.0f));
+}

@@ -1,0 +1,309 @@
+#include "dsp/floor/CFastResample.h"
+#include "dsp/floor/CResampleFloat.h"
+#include "dsp/floor/CScopedPtr.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+#include <vector>
+
+namespace
+{
+using namespace meridex;
+
+constexpr double kTwoPi = 6.283185307179586476925;
+
+std::vector<float> noise (int n, unsigned seed)
+{
+    std::mt19937 rng (seed);
+    std::uniform_real_distribution<float> dist (-1.0f, 1.0f);
+    std::vector<float> x (static_cast<size_t> (n));
+    for (float& v : x)
+        v = dist (rng);
+    return x;
+}
+
+std::vector<float> sine (int n, double cyclesPerSample, int channels = 1)
+{
+    std::vector<float> x (static_cast<size_t> (n * channels));
+    for (int i = 0; i < n; ++i)
+        for (int c = 0; c < channels; ++c)
+            x[static_cast<size_t> (i * channels + c)] = static_cast<float> (std::sin (kTwoPi * cyclesPerSample * i + c));
+    return x;
+}
+
+// Mono through a CFastResample in blocks of the given sizes, cycling.
+std::vector<float> runFast (CFastResample& converter, const std::vector<float>& input, std::vector<int> blocks)
+{
+    std::vector<float> output;
+    std::vector<float> scratch;
+    size_t at = 0;
+    for (size_t b = 0; at < input.size(); ++b)
+    {
+        const int count = static_cast<int> (std::min<size_t> (static_cast<size_t> (blocks[b % blocks.size()]), input.size() - at));
+        scratch.resize (static_cast<size_t> (converter.getMaxOutput (count)));
+        const float* in[] = { input.data() + at };
+        float* out[] = { scratch.data() };
+        const int written = converter.process (in, count, out);
+        EXPECT_LE (written, converter.getMaxOutput (count));
+        output.insert (output.end(), scratch.begin(), scratch.begin() + written);
+        at += static_cast<size_t> (count);
+    }
+    return output;
+}
+
+// Interleaved through a CResampleBase in blocks of input frames.
+std::vector<float> runSinc (CResampleBase& converter, const std::vector<float>& input, int channels, double ratio, int block,
+                            float gain = 1.0f)
+{
+    std::vector<float> output, scratch;
+    const int frames = static_cast<int> (input.size()) / channels;
+    for (int at = 0; at < frames; at += block)
+    {
+        const int count = std::min (block, frames - at);
+        scratch.assign (static_cast<size_t> (converter.getMaxOutputFrames (count, ratio) * channels), 0.0f);
+        const int written = converter.process (input.data() + at * channels, scratch.data(), ratio, gain, channels, count);
+        output.insert (output.end(), scratch.begin(), scratch.begin() + written * channels);
+    }
+    return output;
+}
+
+CScopedPtr<CResampleBase> makeSinc (int channels, int maxBlock, bool stereoPath = false, int quality = CResampleBase::kEngineQuality)
+{
+    CScopedPtr<CResampleBase> converter;
+    EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, quality, maxBlock, channels, stereoPath),
+               kNoError);
+    return converter;
+}
+
+// ---------------------------------------------------------------------------
+
+TEST (FastResample, RatioOneGivesTheInputBackTwoSamplesLateInAnyBlocks)
+{
+    const std::vector<float> input = noise (3000, 1u);
+    for (auto kind : { CFastResample::kCubic, CFastResample::kHermite })
+    {
+        CFastResample converter (1, 256, kind);
+        ASSERT_EQ (converter.getErrorCode(), kNoError);
+        const std::vector<float> output = runFast (converter, input, { 1, 7, 64, 300, 256 }); // 300 exceeds the maximum
+        ASSERT_EQ (output.size(), input.size());
+        EXPECT_EQ (output[0], 0.0f);
+        EXPECT_EQ (output[1], 0.0f);
+        for (size_t i = 2; i < output.size(); ++i)
+            ASSERT_EQ (output[i], input[i - 2]) << "kind " << kind << " at " << i;
+    }
+}
+
+TEST (FastResample, InterpolatorsReproduceThePolynomialsTheyShould)
+{
+    // Catmull-Rom tangents are exact on quadratics, so Hermite is too.
+    auto quadratic = [] (float x) { return 0.5f * x * x - 2.0f * x + 3.0f; };
+    for (float t : { 0.0f, 0.1f, 0.25f, 0.5f, 0.75f, 0.99f })
+        EXPECT_NEAR (CFastResample::interpolateHermite (quadratic (-1), quadratic (0), quadratic (1), quadratic (2), t), quadratic (t),
+                     1.0e-5f)
+            << t;
+
+    // The plain cubic keeps constants, passes through its two middle points
+    // and is symmetric about them.
+    for (float t : { 0.0f, 0.3f, 0.8f })
+        EXPECT_NEAR (CFastResample::interpolateCubic (2.5f, 2.5f, 2.5f, 2.5f, t), 2.5f, 1.0e-6f);
+    EXPECT_EQ (CFastResample::interpolateCubic (0.3f, -1.0f, 2.0f, 0.7f, 0.0f), -1.0f);
+    EXPECT_NEAR (CFastResample::interpolateCubic (0.3f, -1.0f, 2.0f, 0.7f, 1.0f), 2.0f, 1.0e-6f);
+    EXPECT_NEAR (CFastResample::interpolateCubic (0.0f, 1.0f, 2.0f, 3.0f, 0.5f), 1.5f, 1.0e-6f);
+}
+
+TEST (FastResample, HermiteFollowsARampAtTheRatioAcrossBlocks)
+{
+    std::vector<float> ramp (4000);
+    for (size_t i = 0; i < ramp.size(); ++i)
+        ramp[i] = 0.01f * static_cast<float> (i);
+
+    for (double ratio : { 0.37, 1.0, 1.9 })
+    {
+        CFastResample converter (1, 512, CFastResample::kHermite);
+        converter.setRatio (ratio);
+        const std::vector<float> output = runFast (converter, ramp, { 37, 512, 5 });
+        // Output k reads input time k * ratio, two samples late.
+        for (size_t k = 0; k < output.size(); ++k)
+        {
+            const double time = static_cast<double> (k) * ratio - 2.0;
+            if (time >= 1.0)
+            {
+                ASSERT_NEAR (output[k], 0.01 * time, 1.0e-4) << "ratio " << ratio << " at " << k;
+            }
+        }
+        EXPECT_NEAR (static_cast<double> (output.size()), static_cast<double> (ramp.size()) / ratio, 1.0);
+    }
+}
+
+TEST (FastResample, OutputCountDoesNotDriftOverALongRun)
+{
+    CFastResample converter (2, 4096, CFastResample::kCubic);
+    converter.setRatio (1.37);
+    std::vector<float> left (441), right (441), outLeft (static_cast<size_t> (converter.getMaxOutput (441))), outRight (outLeft.size());
+    const float* in[] = { left.data(), right.data() };
+    float* out[] = { outLeft.data(), outRight.data() };
+    long long total = 0;
+    const int blocks = 4000; // 40 s at 44.1 kHz
+    for (int b = 0; b < blocks; ++b)
+        total += converter.process (in, 441, out);
+    EXPECT_NEAR (static_cast<double> (total), 441.0 * blocks / 1.37, 1.0);
+}
+
+TEST (FastResample, RefusesBadShapesAndIgnoresBadRatios)
+{
+    EXPECT_EQ (CFastResample (0, 64, CFastResample::kCubic).getErrorCode(), kBadArgument);
+    EXPECT_EQ (CFastResample (49, 64, CFastResample::kCubic).getErrorCode(), kBadArgument);
+    EXPECT_EQ (CFastResample (2, 0, CFastResample::kCubic).getErrorCode(), kBadArgument);
+
+    CFastResample converter (1, 64, CFastResample::kHermite);
+    converter.setRatio (0.5);
+    converter.setRatio (0.0);
+    converter.setRatio (-1.0);
+    converter.setRatio (std::numeric_limits<double>::quiet_NaN());
+    converter.setRatio (1000.0);
+    EXPECT_EQ (converter.getRatio(), 0.5);
+}
+
+// ---------------------------------------------------------------------------
+
+TEST (ResampleFloat, CreationRefusesQualityTypeAndShapeOutsideTheirRanges)
+{
+    CScopedPtr<CResampleBase> converter;
+    EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, 0, 512, 2, false), kBadArgument);
+    EXPECT_FALSE (converter);
+    EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, 121, 512, 2, false), kBadArgument);
+    EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kInteger, 3, 512, 2, false), kBadArgument);
+    EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, 3, 0, 2, false), kBadArgument);
+    EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, 3, 512, 0, false), kBadChannelCount);
+    EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, 3, 512, 49, false), kBadChannelCount);
+    EXPECT_EQ (CResampleBase::createInstance (nullptr, CResampleBase::kFloat, 3, 512, 2, false), kBadArgument);
+    EXPECT_FALSE (converter);
+
+    EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, 1, 512, 2, false), kNoError);
+    EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, 120, 512, 2, false), kNoError);
+    std::vector<float> in (64, 0.0f), out (static_cast<size_t> (converter->getMaxOutputFrames (32, 1.0) * 2));
+    EXPECT_EQ (converter->process (in.data(), out.data(), 0.0, 1.0f, 2, 32), 0);
+    EXPECT_EQ (converter->process (in.data(), out.data(), 17.0, 1.0f, 2, 32), 0);
+    EXPECT_EQ (converter->process (in.data(), out.data(), std::numeric_limits<double>::quiet_NaN(), 1.0f, 2, 32), 0);
+    EXPECT_EQ (converter->process (in.data(), out.data(), 1.0, 1.0f, 1, 32), 0); // channels differ from creation
+}
+
+TEST (ResampleFloat, QualityThreeBuildsTheEnginesTable)
+{
+    auto converter = makeSinc (1, 256);
+    auto* sinc = dynamic_cast<CResampleFloat*> (converter.get());
+    ASSERT_NE (sinc, nullptr);
+    EXPECT_EQ (sinc->getTableLength(), 768);
+    EXPECT_EQ (sinc->getZeroCrossings(), 4);
+    EXPECT_EQ (sinc->getTaps(), 8);
+    EXPECT_DOUBLE_EQ (sinc->getCutoff(), 0.90234375);
+    EXPECT_EQ (sinc->getTable()[0], 0.90234375f);
+    // First zero of sinc (i / 256 * cutoff): i = 256 / 0.90234375 = 283.7.
+    EXPECT_GT (sinc->getTable()[283], 0.0f);
+    EXPECT_LT (sinc->getTable()[284], 0.0f);
+    EXPECT_EQ (CResampleFloat::tableStepFor (1.0), 32768);
+    EXPECT_EQ (CResampleFloat::tableStepFor (3.0), 32768);
+    EXPECT_EQ (CResampleFloat::tableStepFor (0.5), 16384);
+}
+
+TEST (ResampleFloat, RatioOneGivesTheInputBackAlignedAfterALookAhead)
+{
+    auto converter = makeSinc (1, 512);
+    const std::vector<float> input = sine (4096, 0.01);
+    const std::vector<float> output = runSinc (*converter, input, 1, 1.0, 512);
+    // The right wing of three frames is held back; the rest lines up with the
+    // input, scaled by the 0.99 headroom (past a few frames where the left
+    // wing still reads the zeros before the start).
+    ASSERT_EQ (output.size(), input.size() - 3);
+    for (size_t k = 8; k < output.size(); ++k)
+        ASSERT_NEAR (output[k], 0.99f * input[k], 2.0e-3f) << k;
+}
+
+TEST (ResampleFloat, ConstantComesOutAtGainTimesHeadroomAtEveryRatio)
+{
+    for (double ratio : { 0.25, 0.5, 0.8, 1.0, 1.5, 4.0 })
+    {
+        auto converter = makeSinc (1, 256);
+        const std::vector<float> ones (3000, 1.0f);
+        const std::vector<float> output = runSinc (*converter, ones, 1, ratio, 256, 2.0f);
+        ASSERT_GT (output.size(), 200u);
+        // Past the start, where the left wing still reads the zero history.
+        for (size_t k = static_cast<size_t> (100 * ratio); k < output.size(); ++k)
+            ASSERT_NEAR (output[k], 2.0f * 0.99f, 0.01f) << "ratio " << ratio << " at " << k;
+    }
+}
+
+TEST (ResampleFloat, SineKeepsItsFrequencyAndPlaceAcrossRatios)
+{
+    const double cycles = 0.03; // per input sample: 1323 Hz at 44.1 kHz
+    const std::vector<float> input = sine (8192, cycles);
+    for (double ratio : { 0.5, 0.8, 1.25, 2.0 })
+    {
+        auto converter = makeSinc (1, 1024);
+        const std::vector<float> output = runSinc (*converter, input, 1, ratio, 333);
+        EXPECT_NEAR (static_cast<double> (output.size()), input.size() * ratio, 8.0 * ratio);
+        // Output frame k lies at input time k / ratio.
+        for (size_t k = static_cast<size_t> (64 * ratio); k < output.size(); ++k)
+            ASSERT_NEAR (output[k], 0.99 * std::sin (kTwoPi * cycles * static_cast<double> (k) / ratio), 5.0e-3)
+                << "ratio " << ratio << " at " << k;
+    }
+}
+
+TEST (ResampleFloat, DownwardConversionFiltersWhatTheNewRateCannotHold)
+{
+    auto rms = [] (const std::vector<float>& x, size_t from) {
+        double sum = 0.0;
+        for (size_t i = from; i < x.size(); ++i)
+            sum += static_cast<double> (x[i]) * x[i];
+        return std::sqrt (sum / static_cast<double> (x.size() - from));
+    };
+    // At half the rate the new Nyquist is 0.25 cycles per input sample.
+    auto converter = makeSinc (1, 512);
+    const std::vector<float> kept = runSinc (*converter, sine (8192, 0.05), 1, 0.5, 512);
+    EXPECT_NEAR (rms (kept, 100), 0.99 / std::sqrt (2.0), 0.01);
+    converter = makeSinc (1, 512);
+    const std::vector<float> removed = runSinc (*converter, sine (8192, 0.4), 1, 0.5, 512);
+    EXPECT_LT (rms (removed, 100), 0.01);
+}
+
+TEST (ResampleFloat, StereoRoutineGivesThePerChannelResult)
+{
+    const std::vector<float> input = noise (2 * 5000, 9u);
+    for (double ratio : { 0.77, 1.0, 1.3 })
+    {
+        auto stereo = makeSinc (2, 700, true);
+        auto perChannel = makeSinc (2, 700, false);
+        EXPECT_EQ (runSinc (*stereo, input, 2, ratio, 700), runSinc (*perChannel, input, 2, ratio, 700)) << ratio;
+    }
+}
+
+TEST (ResampleFloat, InputNeededIsJustEnoughOnEveryCall)
+{
+    auto exact = makeSinc (2, 4096);
+    auto shortOfOne = makeSinc (2, 4096);
+    const std::vector<float> input = noise (2 * 200000, 13u);
+    std::vector<float> out (2 * 8192);
+    int at = 0;
+    const double ratios[] = { 0.7, 1.0, 1.6, 0.9993, 1.0 / 3.0 };
+    for (int call = 0; call < 200; ++call)
+    {
+        const double ratio = ratios[call % 5];
+        const int wanted = 256 + (call * 37) % 300;
+        const int needed = exact->getInputNeeded (wanted, ratio, 1.0f);
+        ASSERT_EQ (needed, shortOfOne->getInputNeeded (wanted, ratio, 1.0f));
+        ASSERT_LE (at + needed, 200000);
+        const int written = exact->process (input.data() + 2 * at, out.data(), ratio, 1.0f, 2, needed);
+        ASSERT_GE (written, wanted) << "call " << call;
+        if (needed > 0)
+        {
+            const int first = shortOfOne->process (input.data() + 2 * at, out.data(), ratio, 1.0f, 2, needed - 1);
+            ASSERT_LT (first, wanted) << "call " << call;
+            ASSERT_EQ (first + shortOfOne->process (input.data() + 2 * (at + needed - 1), out.data(), ratio, 1.0f, 2, 1), written);
+        }
+        at += needed;
+    }
+}
+} // namespace
