@@ -9,47 +9,61 @@ using namespace qvrControllableAPI;
 
 namespace
 {
-// The value of loop<i>.edit: reads as editLoopIndex == i; writing true makes
-// loop i the edited loop, writing false is refused (some other loop has to
-// become the edited one instead).
-class EditLoopFlagValue : public qvrControllableLib::BoolParameterValue
+// loop<i>.edit reads as editLoopIndex == i; writing true makes loop i the
+// edited loop, writing false is refused (some other loop has to become the
+// edited one instead).
+class EditLoopFlagProvider : public qvrControllableLib::DynamicValueProvider<bool>
 {
 public:
-    EditLoopFlagValue (ParameterDef* owner, ParameterDef* editLoopIndexParameter, int loopIndex)
-        : BoolParameterValue (owner, kRoleValue), editLoopIndex (editLoopIndexParameter), index (loopIndex)
+    EditLoopFlagProvider (ParameterDef* editLoopIndexParameter, int loopIndex)
+        : editLoopIndex (editLoopIndexParameter), index (loopIndex)
     {
-        null = false;
     }
 
-    bool getRaw() override { return editLoopIndex->getValue()->getInt() == index; }
+    void getValue (ParameterValue*, bool& out) override { out = editLoopIndex->getValue()->getInt() == index; }
 
-    ErrorCode store (const bool& value) override
+    ErrorCode setValue (ParameterValue*, const bool& value) override
     {
         if (! value)
             return kUnsupported;
         return editLoopIndex->getValue()->setInt (index);
     }
 
-    void setRaw (const bool& value) override { store (value); }
-
 private:
     ParameterDef* editLoopIndex;
     int index;
 };
 
-// A bool parameter whose value is an EditLoopFlagValue. It is a view:
-// transient, and notified whenever editLoopIndex changes.
+// A bool parameter whose value comes from an EditLoopFlagProvider. It is a
+// view: transient, and notified whenever editLoopIndex changes.
 class EditLoopFlagParameter : public qvrControllableLib::ValueHoldingParameter
 {
 public:
-    EditLoopFlagParameter (const juce::String& name, ParameterDef* editLoopIndex, int loopIndex)
-        : ValueHoldingParameter (name, &qvrControllableLib::ParameterTypes::boolType())
+    EditLoopFlagParameter (const juce::String& parameterName, ParameterDef* editLoopIndex, int loopIndex)
+        : ValueHoldingParameter (parameterName, &qvrControllableLib::ParameterTypes::boolType())
     {
         getChoices()->addBool (false);
         getChoices()->addBool (true);
-        replaceValue (getValue().get(), new EditLoopFlagValue (this, editLoopIndex, loopIndex));
+        replaceValue (getValue().get(), new qvrControllableLib::DynamicBoolParameterValue (
+                                            this, kRoleValue, new EditLoopFlagProvider (editLoopIndex, loopIndex), true));
         setTransient (true);
     }
+};
+
+// The controllable of the loop that editLoopIndex names, or null.
+class EditedLoopProvider : public qvrControllableLib::DynamicValueProvider<ControllablePtr>
+{
+public:
+    explicit EditedLoopProvider (TavrineEngine& e) : engine (e) {}
+
+    void getValue (ParameterValue*, ControllablePtr& out) override
+    {
+        auto* loop = engine.getLoop (engine.getDispatcher().editLoopIndex.read());
+        out = loop != nullptr ? loop->getControllable() : nullptr;
+    }
+
+private:
+    TavrineEngine& engine;
 };
 } // namespace
 
@@ -64,6 +78,18 @@ void TavrineEngineForwardingStrategy::forwardParameters (const ControllableArray
     forwardAll (*engine.getMasterChain().getControllable(), kMasterPrefix, out);
 
     auto* dispatcher = dynamic_cast<TavrineEngineDispatcher*> (engine.getControllable());
+
+    // editLoop.<name> for every parameter a loop has: all loops publish the
+    // same names, so loop 0 gives the list.
+    if (auto* firstLoop = engine.getLoop (0); firstLoop != nullptr && dispatcher != nullptr)
+        for (auto* parameter : firstLoop->getControllable()->getParameters())
+        {
+            auto* editLoopParameter = new qvrControllableLib::DynamicDelegatingParameter (
+                parameter->getName(), new EditedLoopProvider (engine), kEditLoopPrefix + parameter->getName());
+            out.add (editLoopParameter);
+            dispatcher->editLoopParameterCreated (editLoopParameter);
+        }
+
     for (int i = 0; i < engine.getNumLoops(); ++i)
     {
         const juce::String prefix = kLoopPrefix + juce::String (i) + ".";
@@ -115,6 +141,14 @@ void TavrineEngineDispatcher::loopAdded (int numLoops)
 
 void TavrineEngineDispatcher::parameterChanged (ParameterDef*)
 {
+    // Message thread: editLoop.* now lean on another loop. Resolve them here,
+    // so that their listeners are fed by the new loop only, and tell them.
+    for (auto* p : editLoopParameters)
+    {
+        p->getTarget();
+        p->notifyChanged (false, false);
+    }
+
     // Message thread: tell every edit flag; only two of them really changed,
     // but a flag has no memory of what it showed.
     for (auto* flag : editFlags)

@@ -2,6 +2,7 @@
 
 #include "controllable/api/ControllableAPI.h"
 #include "controllable/handle/ParamDefHandle.h"
+#include "controllable/lib/DelegatingParameter.h"
 #include "controllable/lib/DispatchingControllable.h"
 
 class TavrineEngine;
@@ -10,6 +11,7 @@ class TavrineEngine;
 //   master.<name>   a parameter of the master chain
 //   loop<i>.<name>  a parameter of loop i (i from 0)
 //   loop<i>.edit    true while loop i is the edited loop; writing true makes it so
+//   editLoop.<name> the parameter <name> of the loop that editLoopIndex names
 //   anything else   the dispatcher's own: triggerSwitch, editLoopIndex
 // The merge runs once, on the first lookup, before audio starts.
 class TavrineEngineForwardingStrategy : public qvrControllableLib::AbstractForwardingStrategy
@@ -24,6 +26,7 @@ public:
     static constexpr const char* kMasterPrefix = "master.";
     static constexpr const char* kLoopPrefix = "loop";
     static constexpr const char* kEditSuffix = "edit";
+    static constexpr const char* kEditLoopPrefix = "editLoop.";
 
 private:
     void forwardAll (qvrControllableAPI::Controllable& source, const juce::String& prefix,
@@ -49,6 +52,7 @@ public:
     void loopAdded (int numLoops);
     // Called by the strategy for each loop<i>.edit view it makes.
     void editFlagCreated (qvrControllableAPI::ParameterDef* flag) { editFlags.add (flag); }
+    void editLoopParameterCreated (qvrControllableLib::DynamicDelegatingParameter* p) { editLoopParameters.add (p); }
 
     qvrControllableHandle::BoolParamDefHandle triggerSwitch { kTriggerSwitch };
     qvrControllableHandle::IntParamDefHandle editLoopIndex { kEditLoopIndex };
@@ -58,6 +62,7 @@ private:
 
     TavrineEngine& engine;
     juce::Array<qvrControllableAPI::ParameterDef*> editFlags;
+    juce::Array<qvrControllableLib::DynamicDelegatingParameter*> editLoopParameters;
 
     JUCE_DECLARE_NON_COPYABLE (TavrineEngineDispatcher)
 };

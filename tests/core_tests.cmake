@@ -5,6 +5,7 @@ add_executable(tavrine_tests
     support/JuceTestMain.cpp
     controllable/ParameterCoreTest.cpp
     controllable/ParameterNotificationTest.cpp
+    controllable/ForwardingTest.cpp
     engine/EngineDispatchTest.cpp
     engine/MasterTempoTest.cpp
     engine/SampleRateConverterTest.cpp

@@ -5,6 +5,7 @@
 #include "controllable/api/ParameterValueList.h"
 #include "controllable/lib/BasicAutomationHandle.h"
 #include "controllable/lib/ChangeStrategies.h"
+#include "controllable/lib/ForwardingParameterValue.h"
 
 namespace qvrControllableLib
 {
@@ -83,11 +84,20 @@ void AbstractParameter::removeAutomationHandle()
     automationHandle = nullptr;
 }
 
-ParameterDefPtr AbstractParameter::createForwardingParameter (const juce::String&, ParameterType*)
+ParameterDefPtr AbstractParameter::createForwardingParameter (const juce::String& newName, ParameterType* type)
 {
-    // Views that write through to another parameter need forwarding values,
-    // which this parameter class does not make.
-    return nullptr;
+    ParameterTypePtr viewType (type != nullptr ? type : getType().get());
+    auto view = viewType->createParameter (newName);
+    // Value first: min, max and default only shape what the value accepts.
+    view->replaceValue (view->getValue().get(),
+                        createForwardingValue (*viewType, view.get(), kRoleValue, getValue().get()).get());
+    view->replaceValue (view->getMinimum().get(),
+                        createForwardingValue (*viewType, view.get(), kRoleMinimum, getMinimum().get()).get());
+    view->replaceValue (view->getMaximum().get(),
+                        createForwardingValue (*viewType, view.get(), kRoleMaximum, getMaximum().get()).get());
+    view->replaceValue (view->getDefault().get(),
+                        createForwardingValue (*viewType, view.get(), kRoleDefault, getDefault().get()).get());
+    return view;
 }
 
 ParameterDefPtr AbstractParameter::cloneParameter (const juce::String& newName)

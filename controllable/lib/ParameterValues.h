@@ -267,8 +267,9 @@ public:
         this->informStrategy();
     }
 
-    // The address a shortcut reads and writes.
-    T* getStorage() noexcept { return &stored; }
+    // The address a shortcut reads and writes; null for a value whose
+    // content lives elsewhere.
+    virtual T* getStorage() noexcept { return &stored; }
 
 protected:
     T stored {};
@@ -296,5 +297,70 @@ class StringParameterValue : public StoredParameterValue<juce::String>
 {
 public:
     using StoredParameterValue<juce::String>::StoredParameterValue;
+};
+
+// Where a dynamic value's content lives.
+template <typename T>
+class DynamicValueProvider
+{
+public:
+    virtual ~DynamicValueProvider() = default;
+    virtual void getValue (ParameterValue* value, T& out) = 0;
+    virtual ErrorCode setValue (ParameterValue*, const T&) { return kUnsupported; }
+};
+
+// A value whose content is asked of a provider at every read and handed to
+// it at every write; without a provider it is null. It has no storage of its
+// own, so shortcuts cannot bind to it.
+template <typename T, typename Base>
+class AbstractDynamicParameterValue : public Base
+{
+public:
+    AbstractDynamicParameterValue (ParameterDef* owner, int valueRole, DynamicValueProvider<T>* valueProvider,
+                                   bool ownsValueProvider)
+        : Base (owner, valueRole), provider (valueProvider), ownsProvider (ownsValueProvider)
+    {
+        this->null = provider == nullptr;
+    }
+
+    ~AbstractDynamicParameterValue() override
+    {
+        if (ownsProvider)
+            delete provider;
+    }
+
+    bool isNull() override { return provider == nullptr; }
+    T* getStorage() noexcept override { return nullptr; }
+
+    T getRaw() override
+    {
+        T out {};
+        if (provider != nullptr)
+            provider->getValue (this, out);
+        return out;
+    }
+
+    ErrorCode store (const T& value) override
+    {
+        return provider != nullptr ? provider->setValue (this, value) : kUnsupported;
+    }
+
+    void setRaw (const T& value) override { store (value); }
+
+private:
+    DynamicValueProvider<T>* provider;
+    bool ownsProvider;
+};
+
+class DynamicFloatParameterValue : public AbstractDynamicParameterValue<double, FloatParameterValue>
+{
+public:
+    using AbstractDynamicParameterValue<double, FloatParameterValue>::AbstractDynamicParameterValue;
+};
+
+class DynamicBoolParameterValue : public AbstractDynamicParameterValue<bool, BoolParameterValue>
+{
+public:
+    using AbstractDynamicParameterValue<bool, BoolParameterValue>::AbstractDynamicParameterValue;
 };
 } // namespace qvrControllableLib

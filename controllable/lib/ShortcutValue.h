@@ -4,13 +4,16 @@
 #include "controllable/api/ParameterValue.h"
 #include "controllable/api/ParameterValueList.h"
 #include "controllable/api/ValueModifier.h"
+#include "controllable/lib/ForwardingParameterValue.h"
 #include "controllable/lib/ParameterValues.h"
 
 namespace qvrControllableLib
 {
 // Direct access to the storage of a value, for the audio thread: a read is a
-// plain load (through the collected modifiers if any), a write a plain store
-// followed by the choice index update and the notification. Connecting
+// plain load (through the collected modifiers if any, innermost first), a
+// write a plain store (through the modifiers' toStored, outermost first)
+// followed by the choice index update and the notification. A dynamic value
+// has no storage: a shortcut on it stays unconnected. Connecting
 // allocates; reading and writing never do and take no lock.
 //
 // Embedded by value. connect() on the message thread before audio runs.
@@ -24,17 +27,26 @@ public:
     void connect (ParameterValue* value)
     {
         disconnect();
-        if (value == nullptr)
+        // Walk the forwarding chain from the outermost view to the value that
+        // stores; every view's modifier takes part, outermost first.
+        ParameterValue* current = value;
+        while (auto* forwarding = dynamic_cast<AbstractForwardingParameterValue<T>*> (current))
+        {
+            collectModifier (current);
+            current = forwarding->getSource();
+        }
+        auto* stored = dynamic_cast<StoredParameterValue<T>*> (current);
+        if (stored == nullptr || stored->getStorage() == nullptr)
+        {
+            modifiers.clear();
+            modifierHolders.clear();
             return;
-        auto* stored = dynamic_cast<StoredParameterValue<T>*> (value);
-        if (stored == nullptr)
-            return;
+        }
+        collectModifier (current);
         final = stored;
-        finalHolder = value;
-        owner = value->getParameter();
+        finalHolder = current;
+        owner = current->getParameter();
         storage = stored->getStorage();
-        if (auto modifier = value->getModifier(); modifier != nullptr && modifier->appliesTo (value))
-            modifiers.add (modifier.get());
         auto choices = owner->getChoices();
         hasChoices = choices != nullptr && choices->size() > 0;
         hasModifiers = ! modifiers.isEmpty();
@@ -47,6 +59,7 @@ public:
         finalHolder = nullptr;
         owner = nullptr;
         modifiers.clear();
+        modifierHolders.clear();
         hasChoices = hasModifiers = false;
     }
 
@@ -58,10 +71,10 @@ public:
     {
         T v = *storage;
         if (hasModifiers)
-            for (auto* m : modifiers)
+            for (int i = modifiers.size(); --i >= 0;)
             {
                 T outer {};
-                m->toOuter (final, v, outer);
+                modifiers.getUnchecked (i)->toOuter (final, v, outer);
                 v = outer;
             }
         return v;
@@ -74,10 +87,10 @@ public:
     {
         T v = outerValue;
         if (hasModifiers)
-            for (int i = modifiers.size(); --i >= 0;)
+            for (auto* m : modifiers)
             {
                 T stored {};
-                modifiers.getUnchecked (i)->toStored (final, v, stored);
+                m->toStored (final, v, stored);
                 v = stored;
             }
         return setRaw (v);
@@ -102,6 +115,15 @@ public:
     }
 
 private:
+    void collectModifier (ParameterValue* value)
+    {
+        if (auto modifier = value->getModifier(); modifier != nullptr && modifier->appliesTo (value))
+        {
+            modifiers.add (modifier.get());
+            modifierHolders.add (modifier);
+        }
+    }
+
     T* storage = nullptr;
     bool hasChoices = false;
     bool hasModifiers = false;
@@ -109,6 +131,7 @@ private:
     ParameterValuePtr finalHolder;
     ParameterDef* owner = nullptr;
     juce::Array<ValueModifier*> modifiers;
+    juce::ReferenceCountedArray<ValueModifier> modifierHolders;
 };
 
 using FloatShortcutValue = GenericShortcutValue<double>;
