@@ -33,8 +33,11 @@ TavrineEngine::TavrineEngine (bool singleBus)
     for (int i = 0; i < kNumLoops; ++i)
         createLoop();
 
-    sampleRateConverter = std::make_unique<qvrControllableAudio::SampleRateConverter> (masterChain.get(),
-                                                                                       kInternalSampleRate, 2);
+    // One channel pair per bus: converting only the first pair would leave
+    // the other buses unwritten (and silent loops on them) at any host rate
+    // but 44100.
+    sampleRateConverter = std::make_unique<qvrControllableAudio::SampleRateConverter> (
+        masterChain.get(), kInternalSampleRate, 2 * numOutputBuses);
 }
 
 TavrineEngine::~TavrineEngine()

@@ -9,9 +9,16 @@
 
 namespace qvrControllableToolbox
 {
+juce::String AutomationEntry::hostIdForPath (const juce::String& path)
+{
+    // The ID is what hosts store in sessions (VST3 hashes it, LV2 writes it
+    // into the manifest as a turtle name, which may not hold a '.').
+    return path.replaceCharacter ('.', '_');
+}
+
 AutomationEntry::AutomationEntry (const juce::String& entryPath, const juce::String& entryLabel,
                                   ParameterDef* target)
-    : juce::AudioProcessorParameterWithID (juce::ParameterID { entryPath, 1 }, entryLabel),
+    : juce::AudioProcessorParameterWithID (juce::ParameterID { hostIdForPath (entryPath), 1 }, entryLabel),
       path (entryPath), label (entryLabel), parameter (target)
 {
 }

@@ -19,6 +19,9 @@ public:
     AutomationEntry (const juce::String& path, const juce::String& label, ParameterDef* parameter);
 
     const juce::String& getPath() const noexcept { return path; }
+    // The stable string ID under which hosts know the entry: frozen once
+    // sessions exist.
+    static juce::String hostIdForPath (const juce::String& path);
     ParameterDef* getTargetParameter() const noexcept { return parameter.get(); }
     qvrControllableLib::BasicAutomationHandle* getHandle() const noexcept { return handle; }
 

@@ -99,13 +99,17 @@ TEST (EngineOutput, HandsSilenceToTheHostAtAnyRateAndBlockSize)
             TavrineEngine engine;
             auto* source = engine.getAudioSource();
             source->prepareToPlay (block, rate);
-            juce::AudioBuffer<float> buffer (2, block);
-            for (int i = 0; i < 4; ++i)
+            // Every bus the host enabled is written, whatever the rate.
+            for (int channels : { 2, 32 })
             {
-                buffer.applyGain (0.0f);
-                buffer.setSample (0, 0, 1.0f); // must be overwritten
-                source->getNextAudioBlock (juce::AudioSourceChannelInfo (buffer));
-                EXPECT_EQ (buffer.getMagnitude (0, block), 0.0f) << rate << " " << block;
+                juce::AudioBuffer<float> buffer (channels, block);
+                for (int i = 0; i < 4; ++i)
+                {
+                    for (int c = 0; c < channels; ++c)
+                        juce::FloatVectorOperations::fill (buffer.getWritePointer (c), 1.0e30f, block);
+                    source->getNextAudioBlock (juce::AudioSourceChannelInfo (buffer));
+                    EXPECT_EQ (buffer.getMagnitude (0, block), 0.0f) << rate << " " << block << " " << channels;
+                }
             }
             source->releaseResources();
         }
