@@ -1,0 +1,834 @@
+#include "dsp/v3/CPhaseVocoderV3.h"
+
+#include "dsp/floor/FftWindows.h"
+
+#include <cfloat>
+#include <cmath>
+#include <cstring>
+#include <initializer_list>
+
+namespace meridex
+{
+namespace
+{
+constexpr double kPi = 3.14159265358979323846;
+constexpr double kTwoPi = 6.28318530717959647692;
+
+// Stands in the window sum where nothing has been laid down yet, so that the
+// division of the first hops never divides by zero.
+constexpr float kSmallestSum = FLT_MIN;
+
+enum WorkRow : int
+{
+    kWorkTime = 0, // channel 0's windowed frame in zero-phase order
+    kWorkRamp,     // the same with the ramp, then its spectrum
+    kWorkSynthesis,
+    kWorkRotation, // packed per-bin factor applied to every channel
+    kWorkInverse,
+    kWorkRows
+};
+
+enum BinRow : int
+{
+    kPhase = 0,
+    kPreviousPhase,
+    kIncrement,      // phase advance per analysis hop (instantaneous frequency)
+    kSynthesisPhase, // psi
+    kExpected,       // omega, the advance of the bin's centre frequency
+    kRampProduct,    // Re (X conj Xramp): where in the frame a bin's energy lies
+    kTheta,          // rotation of each peak, at the peak's bin
+    kCos,
+    kSin,
+    kBinRows
+};
+
+enum IntRow : int
+{
+    kInstantBin = 0, // f(k)
+    kPeakOf,
+    kPeakList,
+    kNearestPeak, // nearest peak of a bin index
+    kIntRows
+};
+
+enum ClassRow : int
+{
+    kClass = 0,
+    kClassPrevious,
+    kIsPeak,
+    kWasPeak,
+    kClassRows
+};
+
+enum SumRow : int
+{
+    kSumDifference = 0,
+    kSumReference,
+    kSumEnergy,
+    kSumRamp,
+    kSumRows
+};
+
+bool isPowerOfTwo (int n) noexcept
+{
+    return n > 0 && (n & (n - 1)) == 0;
+}
+} // namespace
+
+int CPhaseVocoderV3::init (int newFrameSize, int newAnalysisHop, int newSynthesisHop, float newRatio, int numChannels) noexcept
+{
+    if (! isPowerOfTwo (newFrameSize) || newFrameSize < 256 || newFrameSize > 32768 || numChannels < kMinChannels
+        || numChannels > kMaxChannels)
+        return kBadArgument;
+
+    ops = &dispatch();
+    frameSize = newFrameSize;
+    half = frameSize / 2;
+    bins = half + 1;
+    channels = numChannels;
+
+    int result = createFFT (fft.receive(), frameSize, 1, kWindowNone);
+    if (result != kNoError)
+        return result;
+
+    const int twoN = 2 * frameSize;
+    const int codes[] = {
+        frames.init (channels, frameSize),
+        spectra.init (channels, frameSize),
+        accumulators.init (channels + 1, twoN),
+        magnitudes.init (channels, bins),
+        held.init (channels, bins),
+        history.init (kHistoryRows, bins),
+        windows.init (kWindowRows, frameSize),
+        work.init (kWorkRows, frameSize),
+        binRows.init (kBinRows, bins),
+        intRows.init (kIntRows, bins + 1),
+        classRows.init (kClassRows, bins),
+        peakSums.init (kSumRows, bins),
+    };
+    for (int code : codes)
+        if (code != kNoError)
+            return code;
+
+    olaSum = accumulators[channels];
+    classOfPeak = reinterpret_cast<QvrTransientState_t*> (classRows[kClass]);
+    classOfPeakPrevious = reinterpret_cast<QvrTransientState_t*> (classRows[kClassPrevious]);
+    peaks = intRows[kPeakList];
+
+    upperBin = bins;
+    analysisCubed = false;
+    synthesisAsymmetric = false;
+    ratio = newRatio;
+    buildAnalysisWindow (newRatio >= 1.5f);
+    buildSymmetricSynthesis();
+    reset();
+    setHops (frameSize, newAnalysisHop, newSynthesisHop, newRatio);
+    return kNoError;
+}
+
+void CPhaseVocoderV3::reset() noexcept
+{
+    if (frameSize == 0)
+        return;
+    frames.clear();
+    spectra.clear();
+    accumulators.clear();
+    magnitudes.clear();
+    held.clear();
+    history.clear();
+    history.resetRowOrder();
+    work.clear();
+    classRows.clear();
+    peakSums.clear();
+    for (int row : { kPhase, kPreviousPhase, kIncrement, kSynthesisPhase, kRampProduct, kTheta, kCos, kSin })
+        ops->zero (binRows[row], bins);
+    for (int i = 0; i < 2 * frameSize; ++i)
+        olaSum[i] = kSmallestSum;
+
+    bypass = ratio == 1.0f;
+    hopsSetSinceReset = false;
+    firstVisit = true;
+    previousFrameRatio = ratio;
+    attackOffset = 0;
+    peakCount = 0;
+    // Out of reach for good: the position only moves while above -N/2.
+    transientPosition = static_cast<float> (-frameSize);
+    transientWrapped = 0.0f;
+}
+
+void CPhaseVocoderV3::setUpperBin (int bin) noexcept
+{
+    upperBin = bin < 1 ? 1 : (bin > bins ? bins : bin);
+}
+
+void CPhaseVocoderV3::setTransientPosition (float samples) noexcept
+{
+    transientPosition = samples;
+    const float hop = static_cast<float> (analysisHop);
+    const float wrapped = std::fmod (samples + 0.5f * hop, hop);
+    const float folded = (wrapped < 0.0f ? wrapped + hop : wrapped) - 0.5f * hop;
+    transientWrapped = folded > 0.0f ? folded : 0.0f;
+}
+
+bool CPhaseVocoderV3::transientInReach() const noexcept
+{
+    return ! (transientPosition > static_cast<float> (half) || transientPosition < transientWrapped - static_cast<float> (analysisHop));
+}
+
+// ---------------------------------------------------------------------------
+// Hops and windows.
+
+void CPhaseVocoderV3::setHops (int newFrameSize, int newAnalysisHop, int newSynthesisHop, float newRatio) noexcept
+{
+    if (frameSize == 0 || newFrameSize != frameSize || newAnalysisHop < 1 || newAnalysisHop > frameSize / 2
+        || newSynthesisHop < 1 || newSynthesisHop > frameSize / 2)
+        return;
+
+    const bool untouchedNeutral = bypass;
+    analysisHop = newAnalysisHop;
+    synthesisHop = newSynthesisHop;
+    ratio = newRatio;
+    if (ratio != 1.0f)
+        bypass = false;
+
+    float* omega = binRows[kExpected];
+    const double advance = kTwoPi * analysisHop / frameSize;
+    for (int k = 0; k < bins; ++k)
+        omega[k] = static_cast<float> (advance * k);
+
+    // The analysis window is narrower (a higher power) for small ratios, where
+    // hops overlap more; it changes only when the ratio crosses 1.5.
+    const bool wantCubed = ratio >= 1.5f;
+    const bool analysisChanged = wantCubed != analysisCubed;
+    if (analysisChanged)
+        buildAnalysisWindow (wantCubed);
+
+    // Synthesis: the analysis window from 0.75 up. Below 0.75 the asymmetric
+    // window is chosen only on a fresh start (nothing set since reset, or the
+    // untouched neutral ratio); a running stream that moves down into strong
+    // compression keeps the window it has.
+    if (ratio >= 0.75f)
+    {
+        if (synthesisAsymmetric || analysisChanged)
+            buildSymmetricSynthesis();
+    }
+    else if (! hopsSetSinceReset || untouchedNeutral)
+    {
+        buildAsymmetricSynthesis();
+    }
+    buildProduct();
+
+    // An attack passes the synthesis hop once: its frame gets back the part of
+    // the half window that lies beyond the first synthesis hop.
+    const float* product = windows[kProduct];
+    double halfSum = 0.0;
+    double hopSum = 0.0;
+    for (int i = 0; i < half; ++i)
+    {
+        halfSum += product[half + i];
+        if (i < synthesisHop)
+            hopSum += product[half + i];
+    }
+    attackGain = hopSum > 0.0 ? static_cast<float> (halfSum / hopSum) : 1.0f;
+    hopsSetSinceReset = true;
+}
+
+// h(i) = 0.53836 - 0.46164 cos (2 pi i / (N - 1)), raised to the 3rd or 4th power.
+void CPhaseVocoderV3::buildAnalysisWindow (bool cubed) noexcept
+{
+    float* analysis = windows[kAnalysis];
+    float* scaled = windows[kAnalysisScaled];
+    float* ramp = windows[kAnalysisRampScaled];
+    const double inverseSize = 1.0 / frameSize;
+    for (int i = 0; i < frameSize; ++i)
+    {
+        const double h = 0.53836 - 0.46164 * std::cos (kTwoPi * i / (frameSize - 1));
+        const double w = cubed ? h * h * h : h * h * h * h;
+        analysis[i] = static_cast<float> (w);
+        scaled[i] = static_cast<float> (w * inverseSize);
+        ramp[i] = static_cast<float> (w * inverseSize * (-1.0 + 2.0 * i / (frameSize - 1)));
+    }
+    analysisCubed = cubed;
+}
+
+void CPhaseVocoderV3::buildSymmetricSynthesis() noexcept
+{
+    std::memcpy (windows[kSynthesis], windows[kAnalysis], sizeof (float) * static_cast<size_t> (frameSize));
+    synthesisAsymmetric = false;
+}
+
+// Rises late (g^10) and falls slowly (g^3): when compressing, what lies before
+// the frame's centre is kept short, which keeps pre-echo down.
+void CPhaseVocoderV3::buildAsymmetricSynthesis() noexcept
+{
+    float* synthesis = windows[kSynthesis];
+    for (int i = 0; i < frameSize; ++i)
+    {
+        const double g = 0.5 - 0.5 * std::cos (kTwoPi * i / (frameSize - 1));
+        double w = i < half ? std::pow (g, 10.0) : g * g * g;
+        if (w < 1.0e-20)
+            w = 0.0;
+        synthesis[i] = static_cast<float> (w);
+    }
+    synthesisAsymmetric = true;
+}
+
+void CPhaseVocoderV3::buildProduct() noexcept
+{
+    std::memcpy (windows[kProduct], windows[kAnalysis], sizeof (float) * static_cast<size_t> (frameSize));
+    ops->multiply (windows[kProduct], windows[kSynthesis], frameSize);
+}
+
+// ---------------------------------------------------------------------------
+// The step machine.
+
+void CPhaseVocoderV3::processStep (const float* const* input, const float* const* aux, float* const* output, int step) noexcept
+{
+    if (frameSize == 0)
+        return;
+    if (step < 0)
+    {
+        const int channel = -step - 1;
+        if (channel < channels && input != nullptr)
+            shiftInput (input[channel], channel);
+        return;
+    }
+    const int channel = step / kStagesPerChannel;
+    if (channel >= channels)
+        return;
+    (void) aux;
+
+    switch (step % kStagesPerChannel)
+    {
+        case 0:
+            stageInput (input, channel);
+            break;
+        case 1:
+            stagePolar (channel);
+            break;
+        case 2:
+            if (channel == 0 && ! bypass)
+                stagePeaks();
+            break;
+        case 3:
+            if (channel == 0 && ! bypass)
+            {
+                if (firstVisit)
+                    stageClassify();
+                stagePropagate();
+            }
+            stageApply (channel);
+            break;
+        default:
+            stageOutput (output, channel);
+            break;
+    }
+}
+
+void CPhaseVocoderV3::shiftInput (const float* input, int channel) noexcept
+{
+    float* frame = frames[channel];
+    std::memmove (frame, frame + analysisHop, sizeof (float) * static_cast<size_t> (frameSize - analysisHop));
+    if (input != nullptr)
+        std::memcpy (frame + frameSize - analysisHop, input, sizeof (float) * static_cast<size_t> (analysisHop));
+    else
+        ops->zero (frame + frameSize - analysisHop, analysisHop);
+}
+
+// Stage 0: the frame in zero-phase order (its centre at index 0), so that the
+// phase of a bin is measured at the frame's centre.
+void CPhaseVocoderV3::stageInput (const float* const* input, int channel) noexcept
+{
+    shiftInput (input != nullptr ? input[channel] : nullptr, channel);
+
+    const float* frame = frames[channel];
+    const float* window = windows[kAnalysisScaled];
+    float* time = work[kWorkTime];
+    for (int j = 0; j < half; ++j)
+    {
+        time[j] = frame[half + j] * window[half + j];
+        time[half + j] = frame[j] * window[j];
+    }
+    fft->forward (spectra[channel], time);
+
+    if (channel != 0)
+        return;
+
+    firstVisit = true;
+    if (transientPosition > static_cast<float> (-half))
+        transientPosition -= static_cast<float> (analysisHop);
+    if (bypass)
+        return;
+
+    const float* rampWindow = windows[kAnalysisRampScaled];
+    float* ramp = work[kWorkRamp];
+    for (int j = 0; j < half; ++j)
+    {
+        ramp[j] = frame[half + j] * rampWindow[half + j];
+        ramp[half + j] = frame[j] * rampWindow[j];
+    }
+    fft->forward (ramp, ramp);
+
+    const float* x = spectra[0];
+    float* product = binRows[kRampProduct];
+    product[0] = x[0] * ramp[0];
+    product[half] = x[1] * ramp[1];
+    for (int k = 1; k < half; ++k)
+        product[k] = x[2 * k] * ramp[2 * k] + x[2 * k + 1] * ramp[2 * k + 1];
+}
+
+// Stage 1: magnitudes; on channel 0 phases, phase increments and history.
+void CPhaseVocoderV3::stagePolar (int channel) noexcept
+{
+    ops->magnitude (magnitudes[channel], spectra[channel], frameSize);
+    if (channel != 0)
+        return;
+
+    float* phase = binRows[kPhase];
+    float* previous = binRows[kPreviousPhase];
+    float* increment = binRows[kIncrement];
+    const float* omega = binRows[kExpected];
+    ops->phase (phase, spectra[0], frameSize);
+    for (int k = 0; k < bins; ++k)
+        increment[k] = phase[k] - previous[k] - omega[k];
+    ops->wrapPhase (increment, bins);
+    ops->add (increment, omega, bins);
+    increment[0] = omega[0];
+    std::memcpy (previous, phase, sizeof (float) * static_cast<size_t> (bins));
+
+    history.rotateRows();
+    std::memcpy (history[0], magnitudes[0], sizeof (float) * static_cast<size_t> (bins));
+}
+
+// Stage 2: peaks where the instantaneous frequencies of neighbouring bins
+// converge, thinned, and for every bin the peak it belongs to.
+void CPhaseVocoderV3::stagePeaks() noexcept
+{
+    int* instant = intRows[kInstantBin];
+    int* peakOf = intRows[kPeakOf];
+    int* nearest = intRows[kNearestPeak];
+    std::uint8_t* isPeak = classRows[kIsPeak];
+    const std::uint8_t* wasPeak = classRows[kWasPeak];
+    const float* magnitude = magnitudes[0];
+    const float* increment = binRows[kIncrement];
+
+    std::memset (isPeak, 0, static_cast<size_t> (bins));
+    if (peakMode)
+    {
+        for (int k = 0; k < bins; ++k)
+        {
+            peaks[k] = k;
+            peakOf[k] = k;
+            isPeak[k] = 1;
+        }
+        peakCount = bins;
+        return;
+    }
+
+    const int lowBand = frameSize / 256 > 1 ? frameSize / 256 : 1;
+    const int thinLimit = frameSize / 8;
+    const double toBins = frameSize / (kTwoPi * analysisHop);
+    for (int k = 0; k < bins; ++k)
+    {
+        int f = static_cast<int> (std::floor (increment[k] * toBins + 0.5));
+        if (f < 1)
+            f = k;
+        if (f > half - 1)
+            f = half - 1;
+        instant[k] = f;
+    }
+
+    auto sticky = [this, wasPeak] (int k) {
+        return wasPeak[k] != 0 && (classOfPeakPrevious[k] == kTransientAttack || classOfPeakPrevious[k] == kTransientSteadyChanging);
+    };
+
+    int count = 0;
+    for (int k = 0; k < lowBand && k < bins; ++k)
+        peaks[count++] = k;
+
+    for (int k = lowBand; k < half; ++k)
+    {
+        // Where f(k) - k passes through zero from above. A bin whose
+        // instantaneous frequency is its own centre counts too: every bin of
+        // a click does, and each must then keep its own phase advance.
+        const bool crossing = instant[k] == k || (instant[k - 1] - (k - 1) > 0 && instant[k] - k < 0);
+        const bool keepClass = sticky (k);
+        if (! crossing && ! keepClass)
+            continue;
+
+        if (k < thinLimit)
+        {
+            // Of two neighbouring candidates the weaker goes when every bin
+            // between them points closer to the stronger one.
+            bool keepNew = true;
+            while (count > lowBand)
+            {
+                const int a = peaks[count - 1];
+                const bool aStronger = magnitude[a] >= magnitude[k];
+                const int strong = aStronger ? a : k;
+                const int weak = aStronger ? k : a;
+                // With no bin between them there is nothing to decide by.
+                bool allCloser = k - a > 1;
+                for (int j = a + 1; j < k && allCloser; ++j)
+                    allCloser = std::abs (instant[j] - strong) < std::abs (instant[j] - weak);
+                if (! allCloser)
+                    break;
+                if (weak == a)
+                    --count;
+                else
+                {
+                    keepNew = false;
+                    break;
+                }
+            }
+            if (keepNew)
+                peaks[count++] = k;
+        }
+        else if ((magnitude[k] >= magnitude[k - 1] && magnitude[k] >= magnitude[k + 1]) || keepClass)
+        {
+            peaks[count++] = k;
+        }
+    }
+    if (peaks[count - 1] != half)
+        peaks[count++] = half;
+    peakCount = count;
+
+    // Nearest peak of every bin index; a tie goes to the lower peak.
+    for (int i = 0; i < count; ++i)
+    {
+        const int p = peaks[i];
+        isPeak[p] = 1;
+        const int next = i + 1 < count ? peaks[i + 1] : bins + half;
+        const int end = next < bins ? next : bins;
+        for (int b = p; b < end; ++b)
+            nearest[b] = b - p <= next - b ? p : next;
+    }
+    for (int k = 0; k < bins; ++k)
+        peakOf[k] = (k < lowBand || isPeak[k] != 0) ? k : nearest[instant[k]];
+}
+
+// Stage 3, first visit of a frame on channel 0: the class of every peak from
+// how much its region changed against a few frames back (D), where in the
+// frame its energy lies (C), and the frame as a whole (Call).
+void CPhaseVocoderV3::stageClassify() noexcept
+{
+    const int lowBand = frameSize / 256 > 1 ? frameSize / 256 : 1;
+    const float hopNorm = static_cast<float> (analysisHop) / static_cast<float> (frameSize / 8);
+    const float a = peakMode ? -0.5f : -0.2f;
+    const float b = peakMode ? 0.5f : 0.1f;
+    int back = (frameSize / analysisHop) / 4 + 1;
+    if (back > kHistoryRows - 1)
+        back = kHistoryRows - 1;
+
+    const float* magnitude = magnitudes[0];
+    const float* reference = history[back];
+    const float* rampProduct = binRows[kRampProduct];
+    const int* peakOf = intRows[kPeakOf];
+    double* sumDifference = peakSums[kSumDifference];
+    double* sumReference = peakSums[kSumReference];
+    double* sumEnergy = peakSums[kSumEnergy];
+    double* sumRamp = peakSums[kSumRamp];
+
+    for (int i = 0; i < peakCount; ++i)
+    {
+        const int p = peaks[i];
+        sumDifference[p] = sumReference[p] = sumEnergy[p] = sumRamp[p] = 0.0;
+    }
+    double lowDifference = 0.0, lowReference = 0.0, lowEnergy = 0.0, lowRamp = 0.0;
+    double totalRamp = 0.0, totalEnergy = 0.0;
+    for (int k = 0; k < bins; ++k)
+    {
+        const double m = magnitude[k];
+        const double r = reference[k];
+        const double square = (m - r) * (m - r);
+        const double difference = square > kDifferenceFloor ? square : 0.0;
+        const double energy = m * m;
+        totalRamp += rampProduct[k];
+        totalEnergy += energy;
+        const int owner = peakOf[k];
+        if (k < lowBand || owner < lowBand)
+        {
+            lowDifference += difference;
+            lowReference += r * r;
+            lowEnergy += energy;
+            lowRamp += rampProduct[k];
+        }
+        else
+        {
+            sumDifference[owner] += difference;
+            sumReference[owner] += r * r;
+            sumEnergy[owner] += energy;
+            sumRamp[owner] += rampProduct[k];
+        }
+    }
+
+    const double frameCentroid = -totalRamp / (1.0e-24 + totalEnergy);
+    const bool ratioChanged = ratio != previousFrameRatio;
+    const double lowD = lowDifference / (1.0e-24 + lowReference);
+    const double lowE = 1.0e-24 + lowEnergy;
+    const double lowC = -lowRamp / lowE;
+
+    double weightTotal = 0.0, weight1 = 0.0, weight2 = 0.0, weight3 = 0.0;
+    bool attackFound = false;
+    for (int i = 0; i < peakCount; ++i)
+    {
+        const int p = peaks[i];
+        const bool low = p < lowBand;
+        const double d = low ? lowD : sumDifference[p] / (1.0e-24 + sumReference[p]);
+        const double e = low ? lowE : 1.0e-24 + sumEnergy[p];
+        const double c = low ? lowC : -sumRamp[p] / e;
+        const QvrTransientState_t previous = classOfPeakPrevious[p];
+
+        QvrTransientState_t state;
+        if (d <= 0.75)
+            state = kTransientSteady;
+        else if (c <= hopNorm * a)
+            state = kTransientBeforeAttack;
+        else if (frameCentroid <= (hopNorm > 1.0f ? hopNorm : 1.0f) * a * 0.75f)
+            state = kTransientBeforeAttack;
+        else if (c < hopNorm * b || previous == kTransientBeforeAttack)
+        {
+            if ((d > 5.0 && previous != kTransientAttack) || previous == kTransientBeforeAttack)
+            {
+                state = kTransientAttack;
+                attackFound = true;
+            }
+            else
+                state = kTransientSteady;
+        }
+        else if (! ratioChanged || previous != kTransientAttack)
+            state = ratio < 0.5f ? kTransientSteadyChanging : kTransientSteady;
+        else
+            state = kTransientBeforeAttack;
+
+        classOfPeak[p] = state;
+        const double weight = p * e;
+        weightTotal += weight;
+        if (state == kTransientBeforeAttack)
+            weight1 += weight;
+        else if (state == kTransientAttack)
+            weight2 += weight;
+        else if (state == kTransientSteadyChanging)
+            weight3 += weight;
+    }
+
+    attackOffset = attackFound ? findAttackOffset() : 0;
+
+    auto recolour = [this] (QvrTransientState_t from, QvrTransientState_t to) {
+        for (int i = 0; i < peakCount; ++i)
+            if (classOfPeak[peaks[i]] == from)
+                classOfPeak[peaks[i]] = to;
+    };
+
+    if (! transientInReach())
+    {
+        const double total = weightTotal > 0.0 ? weightTotal : 1.0;
+        if (weight2 / total > 0.4)
+            recolour (kTransientBeforeAttack, kTransientAttack);
+        else if (weight1 / total > 0.4 && a * hopNorm > frameCentroid)
+            recolour (kTransientAttack, kTransientBeforeAttack);
+        else if (weight3 / total > 0.4)
+            recolour (kTransientSteady, kTransientSteadyChanging);
+    }
+    else if (transientPosition >= 0.0f)
+    {
+        if (transientWrapped < transientPosition)
+            recolour (kTransientAttack, kTransientBeforeAttack);
+        else
+        {
+            attackOffset = static_cast<int> (transientWrapped);
+            recolour (kTransientBeforeAttack, kTransientAttack);
+        }
+    }
+
+    // Every bin takes its peak's class (a peak is its own peak).
+    for (int k = 0; k < bins; ++k)
+        classOfPeak[k] = classOfPeak[peakOf[k]];
+}
+
+// Offset of the attack from the frame's centre: the largest sample of the
+// windowed frame, if it lies within one analysis hop of the centre.
+int CPhaseVocoderV3::findAttackOffset() const noexcept
+{
+    const float* time = work[kWorkTime];
+    int where = 0;
+    float largest = -1.0f;
+    for (int i = 0; i < frameSize; ++i)
+    {
+        const float v = std::fabs (time[i]);
+        if (v > largest)
+        {
+            largest = v;
+            where = i;
+        }
+    }
+    if (where > analysisHop)
+        where = where > frameSize - analysisHop ? where - frameSize : 0;
+    return where;
+}
+
+// Stage 3 on channel 0, every visit: new synthesis phases of the peaks, and
+// the per-bin factor that every channel's spectrum is multiplied by.
+void CPhaseVocoderV3::stagePropagate() noexcept
+{
+    const float* phase = binRows[kPhase];
+    const float* increment = binRows[kIncrement];
+    float* psi = binRows[kSynthesisPhase];
+    float* theta = binRows[kTheta];
+    float* cosine = binRows[kCos];
+    float* sine = binRows[kSin];
+    const int* peakOf = intRows[kPeakOf];
+
+    if (! firstVisit)
+    {
+        // A repeat of an attack frame continues like a steady one.
+        for (int k = 0; k < bins; ++k)
+            if (classOfPeak[k] == kTransientAttack)
+                classOfPeak[k] = kTransientSteady;
+    }
+
+    for (int i = 0; i < peakCount; ++i)
+    {
+        const int p = peaks[i];
+        // An attack snaps the synthesis phase to the input's: theta is 0.
+        const float advanced = classOfPeak[p] == kTransientAttack ? phase[p] : psi[p] + increment[p] * ratio;
+        const float rotation = advanced - phase[p];
+        theta[p] = rotation;
+        cosine[p] = std::cos (rotation);
+        sine[p] = std::sin (rotation);
+    }
+
+    // The attack moves from T to ratio * T: a linear phase of 2 pi k sigma / N.
+    const double sigma = firstVisit ? attackOffset * (1.0 - static_cast<double> (ratio)) : 0.0;
+    const double stepAngle = kTwoPi * sigma / frameSize;
+    const double stepCos = std::cos (stepAngle);
+    const double stepSin = std::sin (stepAngle);
+    double zr = 1.0, zi = 0.0;
+
+    float* rotation = work[kWorkRotation];
+    rotation[0] = 1.0f;
+    rotation[1] = upperBin > half ? 1.0f : 0.0f;
+    const int limit = upperBin < half ? upperBin : half;
+    for (int k = 1; k < half; ++k)
+    {
+        const double nr = zr * stepCos - zi * stepSin;
+        zi = zr * stepSin + zi * stepCos;
+        zr = nr;
+        if (k >= limit)
+        {
+            rotation[2 * k] = rotation[2 * k + 1] = 0.0f;
+            psi[k] = phase[k];
+            continue;
+        }
+        const int p = peakOf[k];
+        if (classOfPeak[k] == kTransientAttack)
+        {
+            if (sigma == 0.0)
+            {
+                rotation[2 * k] = attackGain * cosine[p];
+                rotation[2 * k + 1] = attackGain * sine[p];
+                psi[k] = phase[k] + theta[p];
+            }
+            else
+            {
+                rotation[2 * k] = static_cast<float> (attackGain * zr);
+                rotation[2 * k + 1] = static_cast<float> (attackGain * zi);
+                psi[k] = static_cast<float> (phase[k] + std::fmod (stepAngle * k, kTwoPi));
+            }
+        }
+        else
+        {
+            rotation[2 * k] = cosine[p];
+            rotation[2 * k + 1] = sine[p];
+            psi[k] = phase[k] + theta[p];
+        }
+    }
+    psi[0] = phase[0];
+    psi[half] = phase[half];
+    ops->wrapPhase (psi, bins);
+}
+
+// Stage 3 for one channel: the synthesis spectrum.
+void CPhaseVocoderV3::stageApply (int channel) noexcept
+{
+    float* synthesis = work[kWorkSynthesis];
+    const float* spectrum = spectra[channel];
+    const float* magnitude = magnitudes[channel];
+    float* hold = held[channel];
+    std::memcpy (synthesis, spectrum, sizeof (float) * static_cast<size_t> (frameSize));
+
+    if (bypass)
+    {
+        std::memcpy (hold, magnitude, sizeof (float) * static_cast<size_t> (bins));
+        if (channel == 0)
+            std::memcpy (binRows[kSynthesisPhase], binRows[kPhase], sizeof (float) * static_cast<size_t> (bins));
+        return;
+    }
+
+    ops->complexMultiply (synthesis, work[kWorkRotation], frameSize);
+
+    // Bins before an attack keep the magnitude from before it; steady bins
+    // refresh what is held, unless the attack has only just passed.
+    const int limit = upperBin < half ? upperBin : half;
+    for (int k = 1; k < limit; ++k)
+    {
+        const QvrTransientState_t state = classOfPeak[k];
+        if (state == kTransientBeforeAttack)
+        {
+            const float scale = magnitude[k] > 1.0e-30f ? hold[k] / magnitude[k] : 0.0f;
+            synthesis[2 * k] *= scale;
+            synthesis[2 * k + 1] *= scale;
+        }
+        else if (state != kTransientAttack && classOfPeakPrevious[k] != kTransientAttack)
+        {
+            hold[k] = magnitude[k];
+        }
+    }
+    hold[0] = magnitude[0];
+    hold[half] = magnitude[half];
+}
+
+// Stage 4: inverse transform, back from zero-phase order under the synthesis
+// window, overlap-add, and one synthesis hop out, divided by the window sum.
+void CPhaseVocoderV3::stageOutput (float* const* output, int channel) noexcept
+{
+    float* time = work[kWorkInverse];
+    fft->inverse (time, work[kWorkSynthesis]);
+
+    float* accumulator = accumulators[channel];
+    const float* synthesis = windows[kSynthesis];
+    for (int j = 0; j < half; ++j)
+    {
+        accumulator[j] += time[half + j] * synthesis[j];
+        accumulator[half + j] += time[j] * synthesis[half + j];
+    }
+    if (channel == 0)
+        ops->add (olaSum, windows[kProduct], frameSize);
+
+    const int hop = synthesisHop;
+    if (output != nullptr && output[channel] != nullptr)
+    {
+        float* out = output[channel];
+        for (int j = 0; j < hop; ++j)
+            out[j] = accumulator[j] / olaSum[j];
+    }
+
+    const int twoN = 2 * frameSize;
+    std::memmove (accumulator, accumulator + hop, sizeof (float) * static_cast<size_t> (twoN - hop));
+    ops->zero (accumulator + twoN - hop, hop);
+
+    if (channel == channels - 1)
+    {
+        std::memmove (olaSum, olaSum + hop, sizeof (float) * static_cast<size_t> (twoN - hop));
+        for (int j = twoN - hop; j < twoN; ++j)
+            olaSum[j] = kSmallestSum;
+
+        // The frame is done: its classes become the previous ones, and a
+        // further visit of the same analysis frame is a repeat.
+        std::memcpy (classOfPeakPrevious, classOfPeak, static_cast<size_t> (bins));
+        std::memcpy (classRows[kWasPeak], classRows[kIsPeak], static_cast<size_t> (bins));
+        previousFrameRatio = ratio;
+        firstVisit = false;
+    }
+}
+} // namespace meridex

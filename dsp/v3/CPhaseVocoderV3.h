@@ -1,0 +1,190 @@
+#pragma once
+
+#include "dsp/floor/CScopedPtr.h"
+#include "dsp/floor/CTBuffer.h"
+#include "dsp/floor/CqvrfFFT_If.h"
+
+#include <cstdint>
+
+// The peak-locked phase vocoder of the V3 cores: analysis frames of N samples
+// taken every analysis hop, resynthesised every synthesis hop, with identity
+// phase locking around spectral peaks and per-peak attack handling.
+//
+// Owned by one core (CMeridexEffV3Core), which calls it from its own thread
+// only. init allocates everything for frame size N and up to `channels`
+// channels; every other call works in that memory and never allocates, locks
+// or throws.
+//
+// Order of use: init, then for every frame the 5 stages of each channel in
+// turn through processStep (step = 5 * channel + stage). A repeated frame (the
+// same analysis synthesised again) runs stages 3 and 4 of every channel only.
+// setHops and the other setters take effect at the next stage 0; the core calls
+// them between frames.
+//
+// Design notes.
+// Stages per channel: 0 shift the input in, window in zero-phase order and
+// transform (channel 0 also the time-ramp transform); 1 magnitude, and on
+// channel 0 phase, phase increment and magnitude history; 2 peak picking
+// (channel 0); 3 attack classification and phase propagation (channel 0, first
+// visit of a frame), then the rotation of this channel's spectrum; 4 inverse
+// transform, overlap-add, one synthesis hop out.
+// Invariants:
+//  1. Every decision about phases is taken on channel 0; other channels are
+//     rotated by the same per-bin factors, so the stereo picture holds.
+//  2. olaSum holds the sum of analysis x synthesis window products laid down
+//     at exactly the positions the frames were added; dividing by it makes
+//     the overlap-add exact whatever the hops were (start, hop changes).
+//  3. synthesisPhase holds, for every bin, the phase that bin had in the last
+//     synthesised frame of channel 0, so a bin that becomes a peak continues
+//     from what was heard.
+//  4. Bins at or above upperBin are never written: a pitch rise in the rate
+//     converter that follows cannot alias.
+//  5. While `bypass` is set (ratio exactly 1 since reset) the synthesis
+//     spectrum is the analysis spectrum, and the output equals the input
+//     delayed.
+namespace meridex
+{
+// The state of a spectral peak, stored per bin (the class of the bin's peak).
+enum QvrTransientState_t : std::uint8_t
+{
+    kTransientSteady = 0,         // ordinary phase-locked treatment
+    kTransientBeforeAttack = 1,   // the frame already sees an attack: magnitude held
+    kTransientAttack = 2,         // phases reset to the input's
+    kTransientSteadyChanging = 3, // strong change while compressing time; as 0
+};
+
+class CPhaseVocoderV3
+{
+public:
+    static constexpr int kStagesPerChannel = 5;
+    static constexpr int kFirstRepeatStage = 3;
+    // Frames of magnitude history: enough for (N / hop) / 4 + 1 at hop N/64.
+    static constexpr int kHistoryRows = 18;
+    // Threshold below which a squared magnitude difference is ignored.
+    static constexpr float kDifferenceFloor = 1.0e-14f;
+
+    CPhaseVocoderV3() noexcept = default;
+    ~CPhaseVocoderV3() = default;
+
+    CPhaseVocoderV3 (const CPhaseVocoderV3&) = delete;
+    CPhaseVocoderV3& operator= (const CPhaseVocoderV3&) = delete;
+
+    // Allocates for frame size N (a power of two, 256 .. 32768) and 1 .. 48
+    // channels, then sets the hops. Returns kNoError, kBadArgument or
+    // kMemoryError.
+    [[nodiscard]] int init (int frameSize, int analysisHop, int synthesisHop, float ratio, int channels) noexcept;
+
+    // Clears frames, accumulators, phases, history and classes; the next
+    // setHops counts as the first.
+    void reset() noexcept;
+
+    // Hops for the coming frames; ratio is synthesisHop / analysisHop (the
+    // vocoder's share of the stretch). Rebuilds windows when the ratio crosses
+    // 1.5 (analysis) or the synthesis window rule applies.
+    void setHops (int frameSize, int analysisHop, int synthesisHop, float ratio) noexcept;
+
+    // Bins from `bin` up are left empty (exclusive limit, at most N/2 + 1).
+    void setUpperBin (int bin) noexcept;
+    // First bin that may come from the aux input (aux path only).
+    void setLowerBin (int bin) noexcept { lowerBin = bin; }
+    // Every bin a peak (used for strong frame repeats).
+    void setPeakMode (bool allBins) noexcept { peakMode = allBins; }
+
+    // One step. input: analysisHop new samples per channel (read at stage 0);
+    // aux: null (path off) or synthesisHop samples per channel at the output
+    // time scale; output: synthesisHop samples per channel (written at stage
+    // 4). A negative step -(c + 1) only shifts channel c's input into its frame
+    // (a repeat that still consumes input).
+    void processStep (const float* const* input, const float* const* aux, float* const* output, int step) noexcept;
+
+    // External attack marker, in samples from the centre of the next frame.
+    void setTransientPosition (float samples) noexcept;
+    bool transientInReach() const noexcept;
+
+    int getFrameSize() const noexcept { return frameSize; }
+    int getAnalysisHop() const noexcept { return analysisHop; }
+    int getSynthesisHop() const noexcept { return synthesisHop; }
+    float getRatio() const noexcept { return ratio; }
+    bool isBypassed() const noexcept { return bypass; }
+    float getAttackGain() const noexcept { return attackGain; }
+    int getUpperBin() const noexcept { return upperBin; }
+
+    // Inspection of the last analysed frame, for tests and tools.
+    int getPeakCount() const noexcept { return peakCount; }
+    const int* getPeaks() const noexcept { return peaks; }
+    QvrTransientState_t getBinClass (int bin) const noexcept { return classOfPeak[bin]; }
+    int getAttackOffset() const noexcept { return attackOffset; }
+    const float* getAnalysisWindow() const noexcept { return windows[kAnalysis]; }
+    const float* getSynthesisWindow() const noexcept { return windows[kSynthesis]; }
+    bool isSynthesisWindowAsymmetric() const noexcept { return synthesisAsymmetric; }
+
+private:
+    enum WindowRow : int
+    {
+        kAnalysis = 0,       // h^3 or h^4
+        kAnalysisScaled,     // analysis / N: the forward transform's scale folded in
+        kAnalysisRampScaled, // analysis * ramp (-1 .. 1) / N
+        kSynthesis,
+        kProduct,            // analysis * synthesis: what one frame adds to the sum
+        kWindowRows
+    };
+
+    void stageInput (const float* const* input, int channel) noexcept;
+    void stagePolar (int channel) noexcept;
+    void stagePeaks() noexcept;
+    void stageClassify() noexcept;
+    void stagePropagate() noexcept;
+    void stageApply (int channel) noexcept;
+    void stageOutput (float* const* output, int channel) noexcept;
+    void shiftInput (const float* input, int channel) noexcept;
+
+    void buildAnalysisWindow (bool cubed) noexcept;
+    void buildSymmetricSynthesis() noexcept;
+    void buildAsymmetricSynthesis() noexcept;
+    void buildProduct() noexcept;
+    int findAttackOffset() const noexcept;
+
+    const VectorDispatch* ops = nullptr;
+    CScopedPtr<CqvrfFFT_If> fft;
+
+    int frameSize = 0; // N, also the FFT size
+    int half = 0;      // N / 2
+    int bins = 0;      // N / 2 + 1
+    int channels = 0;
+    int analysisHop = 0;
+    int synthesisHop = 0;
+    float ratio = 1.0f;
+    float previousFrameRatio = 1.0f;
+    int upperBin = 0;
+    int lowerBin = 0;
+    bool peakMode = false;
+    bool bypass = true;
+    bool hopsSetSinceReset = false;
+    bool analysisCubed = false;
+    bool synthesisAsymmetric = false;
+    bool firstVisit = true;
+    float attackGain = 1.0f;
+    int attackOffset = 0;
+    float transientPosition = 0.0f;
+    float transientWrapped = 0.0f;
+
+    CTBuffer<float> frames;     // [channels][N] time frame, newest sample last
+    CTBuffer<float> spectra;    // [channels][N] packed analysis spectrum
+    CTBuffer<float> accumulators; // [channels][2N] overlap-add
+    CTBuffer<float> magnitudes; // [channels][bins]
+    CTBuffer<float> held;       // [channels][bins] magnitude held before an attack
+    CTBuffer<float> history;    // [kHistoryRows][bins] channel 0 magnitudes, row 0 newest
+    CTBuffer<float> windows;    // [kWindowRows][N]
+    CTBuffer<float> work;       // scratch rows, see the .cpp
+    CTBuffer<float> binRows;    // per-bin float rows, see the .cpp
+    CTBuffer<int> intRows;      // per-bin int rows, see the .cpp
+    CTBuffer<std::uint8_t> classRows; // class, previous class, peak flag, previous peak flag
+    CTBuffer<double> peakSums;  // per-peak sums of the classification
+
+    float* olaSum = nullptr;    // [2N]
+    QvrTransientState_t* classOfPeak = nullptr;
+    QvrTransientState_t* classOfPeakPrevious = nullptr;
+    int* peaks = nullptr;
+    int peakCount = 0;
+};
+} // namespace meridex

@@ -1,0 +1,279 @@
+// The public interface and the FIFO level of the V3 engines: factories and
+// their refusals, alignment of the start, block-size invariance, the end of
+// input, and no allocation once created.
+
+#include "dsp/Meridex.h"
+#include "tests/dsp/support/DspAllocationCounter.h"
+#include "tests/dsp/support/V3TestSignals.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace
+{
+using namespace meridex;
+using namespace tavrine::dsptest;
+
+struct Engine
+{
+    CMeridexProV3If* engine = nullptr;
+    explicit Engine (int channels = 2, int maxBlock = 1024, double rate = kRate)
+    {
+        EXPECT_EQ (CMeridexProV3If::createInstance (&engine, maxBlock, channels, rate, kV3ModeEfficient, 0.1f), kNoError);
+    }
+    ~Engine() { CMeridexProV3If::destroyInstance (&engine); }
+    CMeridexProV3If* operator->() const { return engine; }
+};
+
+// Pulls `frames` output frames in blocks of `block`, feeding exactly what the
+// engine asks for (zeros past the end of the input), as the stretch source does.
+Channels pull (CMeridexProV3If& engine, const Channels& input, int frames, int block)
+{
+    const int channels = static_cast<int> (input.size());
+    Channels out (static_cast<size_t> (channels));
+    Channels blockData (static_cast<size_t> (channels), std::vector<float> (static_cast<size_t> (block)));
+    std::vector<float*> outPointers;
+    for (auto& c : blockData)
+        outPointers.push_back (c.data());
+    Channels scratch (static_cast<size_t> (channels));
+    std::vector<const float*> inPointers (static_cast<size_t> (channels));
+    size_t fed = 0;
+    while (static_cast<int> (out[0].size()) < frames)
+    {
+        const int needed = engine.setOutputBlock (block);
+        for (int c = 0; c < channels; ++c)
+        {
+            auto& s = scratch[static_cast<size_t> (c)];
+            s.assign (static_cast<size_t> (needed), 0.0f);
+            for (size_t i = 0; i < s.size() && fed + i < input[0].size(); ++i)
+                s[i] = input[static_cast<size_t> (c)][fed + i];
+            inPointers[static_cast<size_t> (c)] = s.data();
+        }
+        fed += static_cast<size_t> (needed);
+        EXPECT_EQ (engine.processData (inPointers.data(), needed, outPointers.data()), kNoError) << "asked for " << needed;
+        for (int c = 0; c < channels; ++c)
+            out[static_cast<size_t> (c)].insert (out[static_cast<size_t> (c)].end(), blockData[static_cast<size_t> (c)].begin(),
+                                                 blockData[static_cast<size_t> (c)].end());
+    }
+    for (auto& c : out)
+        c.resize (static_cast<size_t> (frames));
+    return out;
+}
+
+TEST (V3Factory, BuildsEfficientV3AndRefusesWhatIsNotBuilt)
+{
+    CMeridexProV3If* engine = reinterpret_cast<CMeridexProV3If*> (&engine);
+    EXPECT_EQ (CMeridexProV3If::createInstance (&engine, 128, 2, kRate, kV3ModePro, 0.1f), kModeNotBuilt);
+    EXPECT_EQ (engine, nullptr);
+    EXPECT_EQ (CMeridexProV3If::createInstance (&engine, 128, 2, kRate, kV3ModeMobile, 0.1f), kModeNotBuilt);
+    EXPECT_EQ (CMeridexProV3If::createInstance (&engine, 128, 2, kRate, 7, 0.1f), kModeNotBuilt);
+    EXPECT_EQ (CMeridexProV3If::createInstance (&engine, 128, 2, 7999.0, kV3ModeEfficient, 0.1f), kBadSampleRate);
+    EXPECT_EQ (CMeridexProV3If::createInstance (&engine, 128, 49, kRate, kV3ModeEfficient, 0.1f), kBadChannelCount);
+    EXPECT_EQ (CMeridexProV3If::createInstance (&engine, 1025, 2, kRate, kV3ModeEfficient, 0.1f), kBadArgument);
+    EXPECT_EQ (CMeridexProV3If::createInstance (&engine, 128, 2, kRate, kV3ModeEfficient, 0.0f), kBadArgument);
+    EXPECT_EQ (CMeridexProV3If::createInstance (nullptr, 128, 2, kRate, kV3ModeEfficient, 0.1f), kBadArgument);
+    EXPECT_EQ (engine, nullptr);
+
+    CMeridexProIf* pro = nullptr;
+    EXPECT_EQ (CMeridexProIf::createInstance (&pro, 128, 2, kRate, 0), kModeNotBuilt);
+    EXPECT_EQ (pro, nullptr);
+    CMeridexProV3If::destroyInstance (&engine); // a null pointer is ignored
+
+    const int index = findModeIndex ("Efficient V3");
+    ASSERT_EQ (index, 1);
+    EXPECT_EQ (kModeTable[index].modeNumber, 11);
+    EXPECT_TRUE (isModeBuilt (index));
+    EXPECT_FALSE (isModeBuilt (findModeIndex ("Pro V3")));
+    EXPECT_EQ (findModeIndex ("Pro V4"), -1);
+}
+
+TEST (V3Factory, RefusesFactorsAndLeavesThemAsTheyWere)
+{
+    Engine engine;
+    float stretch = 0.05f;
+    EXPECT_EQ (engine->setStretchPitch (&stretch, 1.0f, kMovePosition), kBelowMinimumFactor);
+    EXPECT_FLOAT_EQ (engine->getStretchInUse(), 1.0f);
+    stretch = 2.0f;
+    EXPECT_EQ (engine->setStretchPitch (&stretch, 9.0f, kMovePosition), kBadArgument);
+    EXPECT_EQ (engine->setFormantFactor (0.1f), kBadArgument);
+    EXPECT_EQ (engine->setOutputBlock (0), -1);
+    EXPECT_EQ (engine->setOutputBlock (1025), -1);
+    EXPECT_GE (engine->setOutputBlock (1024), 0);
+
+    Engine mono (1);
+    EXPECT_EQ (mono->setStereoInputMode (kStereoIndependent), kNeedsStereo);
+    EXPECT_EQ (engine->setStereoInputMode (kStereoIndependent), kNoError);
+}
+
+TEST (V3Fifo, RoundsTheStretchIntoThePointerAndKeepsThePitchExact)
+{
+    Engine engine;
+    float stretch = 0.8f; // 409.6 synthesis samples per 512 analysis: 409 are done
+    ASSERT_EQ (engine->setStretchPitch (&stretch, 1.0f, kMovePosition), kNoError);
+    EXPECT_FLOAT_EQ (stretch, 409.0f / 512.0f);
+    EXPECT_FLOAT_EQ (engine->getStretchInUse(), stretch);
+    float pitch = 1.0f;
+    ASSERT_EQ (engine->setStretchPitch (0.8f, &pitch, kMovePosition), kNoError);
+    EXPECT_FLOAT_EQ (pitch, (409.0f / 512.0f) / 0.8f);
+}
+
+// After a reset the output starts at the first input sample: with neutral
+// factors it is the input itself, and a click stretched by 2 lands at twice
+// its time, also after a reset in the middle of a stream.
+TEST (V3Fifo, ResetThenPullingStartsAtTheFirstInputSample)
+{
+    Engine engine;
+    const Channels input = noise (6000, 0.5f, 3);
+    const Channels out = pull (*engine.engine, input, 5000, 128);
+    for (size_t i = 0; i < 5000; ++i)
+        ASSERT_NEAR (out[0][i], input[0][i], 1.0e-5f) << i;
+
+    float stretch = 2.0f;
+    ASSERT_EQ (engine->setStretchPitch (&stretch, 1.0f, kMovePosition), kNoError);
+    ASSERT_EQ (engine->reset(), kNoError);
+    const Channels clicks = clickTrain (8000, { 3000 }, 0.9f);
+    const Channels stretchedClicks = pull (*engine.engine, clicks, 9000, 128);
+    const auto& y = stretchedClicks[1];
+    const auto peak = std::max_element (y.begin(), y.end(), [] (float a, float b) { return std::fabs (a) < std::fabs (b); });
+    EXPECT_EQ (peak - y.begin(), 6000);
+}
+
+TEST (V3Fifo, GivesTheSameOutputWhateverBlockSizeTheCallerUses)
+{
+    const Channels input = pluckedNotes (20000, { { 500, 220.0 }, { 9000, 330.0 } });
+    Channels reference;
+    for (int block : { 1024, 1, 7, 64, 512 })
+    {
+        Engine engine;
+        float stretch = 1.37f;
+        ASSERT_EQ (engine->setStretchPitch (&stretch, 1.12f, kMovePosition), kNoError);
+        const Channels out = pull (*engine.engine, input, 12000, block);
+        if (reference.empty())
+            reference = out;
+        else
+            for (size_t c = 0; c < 2; ++c)
+                for (size_t i = 0; i < out[c].size(); ++i)
+                    ASSERT_EQ (out[c][i], reference[c][i]) << "block " << block << " channel " << c << " frame " << i;
+    }
+}
+
+// What the caller feeds may exceed what is asked; the FIFO keeps it.
+TEST (V3Fifo, AcceptsMoreInputThanAskedAndKeepsIt)
+{
+    const Channels input = noise (40000, 0.3f, 5);
+    Engine asked;
+    Engine generous;
+    for (Engine* e : { &asked, &generous })
+    {
+        float stretch = 0.7f;
+        ASSERT_EQ ((*e)->setStretchPitch (&stretch, 1.0f, kMovePosition), kNoError);
+    }
+    const Channels expected = pull (*asked.engine, input, 8000, 256);
+
+    Channels got (2);
+    std::vector<float> a (256), b (256);
+    float* outs[] = { a.data(), b.data() };
+    size_t fed = 0;
+    generous->setOutputBlock (256);
+    while (got[0].size() < 8000)
+    {
+        const int chunk = 3000;
+        const float* ins[] = { input[0].data() + fed, input[1].data() + fed };
+        const int status = generous->processData (ins, chunk, outs);
+        fed += chunk;
+        if (status == kNoError)
+        {
+            got[0].insert (got[0].end(), a.begin(), a.end());
+            // Drain what the surplus already produced.
+            while (generous->getFramesNeeded() == 0 && got[0].size() < 8000 && generous->processData (ins, 0, outs) == kNoError)
+                got[0].insert (got[0].end(), a.begin(), a.end());
+        }
+    }
+    for (size_t i = 0; i < 8000; ++i)
+        ASSERT_EQ (got[0][i], expected[0][i]) << i;
+}
+
+TEST (V3Fifo, FlushDeliversExactlyWhatRemainsOfTheStretchedInput)
+{
+    Engine engine;
+    float stretch = 1.5f;
+    ASSERT_EQ (engine->setStretchPitch (&stretch, 1.0f, kMovePosition), kNoError);
+    const Channels input = noise (5000, 0.3f, 9);
+    const float* ins[] = { input[0].data(), input[1].data() };
+    std::vector<float> a (1024), b (1024);
+    float* outs[] = { a.data(), b.data() };
+    engine->setOutputBlock (1024);
+    int delivered = engine->processData (ins, 5000, outs) == kNoError ? 1024 : 0;
+    while (engine->processData (ins, 0, outs) == kNoError)
+        delivered += 1024;
+    for (int flushed; (flushed = engine->flushBuffer (outs)) > 0;)
+        delivered += flushed;
+    EXPECT_EQ (delivered, static_cast<int> (std::lround (5000 * stretch)));
+    EXPECT_EQ (engine->flushBuffer (outs), kNotEnoughInput);
+}
+
+// Output frames stay within N/2 of input frames times the stretch in use,
+// also across changes of the factors that keep the position.
+TEST (V3Fifo, OutputStaysWithinHalfAFrameOfInputTimesStretch)
+{
+    Engine engine;
+    const Channels input = noise (120000, 0.3f, 13);
+    const float* ins[2];
+    std::vector<float> a (128), b (128);
+    float* outs[] = { a.data(), b.data() };
+    double expected = 0.0;
+    long long delivered = 0;
+    size_t fed = 0;
+    const float pitches[] = { 1.0f, 1.3f, 0.8f };
+    for (int segment = 0; segment < 3; ++segment)
+    {
+        float stretch = 1.1f + 0.4f * segment;
+        ASSERT_EQ (engine->setStretchPitch (&stretch, pitches[segment], kKeepPosition), kNoError);
+        for (int block = 0; block < 120; ++block)
+        {
+            const int needed = engine->setOutputBlock (128);
+            ins[0] = input[0].data() + fed;
+            ins[1] = input[1].data() + fed;
+            fed += static_cast<size_t> (needed);
+            expected += needed * static_cast<double> (stretch);
+            ASSERT_EQ (engine->processData (ins, needed, outs), kNoError);
+            delivered += 128;
+            // What is still inside the engine is at most its read-ahead.
+            EXPECT_LT (std::fabs (expected - delivered), 2048.0 + 8192.0 * stretch);
+        }
+    }
+}
+
+TEST (V3Fifo, ProcessingNeverAllocatesOnceCreated)
+{
+    Engine engine;
+    float stretch = 1.8f;
+    ASSERT_EQ (engine->setStretchPitch (&stretch, 1.25f, kMovePosition), kNoError);
+    ASSERT_EQ (engine->setFormantFactor (0.8f), kNoError);
+    const Channels input = noise (200000, 0.3f, 17);
+    std::vector<float> a (256), b (256);
+    float* outs[] = { a.data(), b.data() };
+    size_t fed = 0;
+
+    ScopedAllocationCount allocations;
+    for (int block = 0; block < 200; ++block)
+    {
+        const int needed = engine->setOutputBlock (block % 2 == 0 ? 256 : 77);
+        const float* ins[] = { input[0].data() + fed, input[1].data() + fed };
+        fed += static_cast<size_t> (needed);
+        EXPECT_EQ (engine->processData (ins, needed, outs), kNoError);
+        if (block == 100)
+        {
+            float next = 7.0f; // a frame repeat
+            EXPECT_EQ (engine->setStretchPitch (&next, 1.0f, kKeepPosition), kNoError);
+        }
+    }
+    while (engine->flushBuffer (outs) > 0)
+    {
+    }
+    EXPECT_EQ (engine->reset(), kNoError);
+    EXPECT_EQ (allocations.count(), 0u);
+}
+} // namespace

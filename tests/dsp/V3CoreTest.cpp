@@ -1,0 +1,284 @@
+// The V3 core's rules for factors (frame repeat, hop table, rounding), its
+// vocoder's windows and attack classes, and the formant stage.
+
+#include "dsp/v3/CFFTSplitV3.h"
+#include "dsp/v3/CMeridexEffV3Core.h"
+#include "dsp/v3/CPhaseVocoderV3.h"
+#include "dsp/v3/CSpectralEnvelopeV3.h"
+#include "tests/dsp/support/V3TestSignals.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+namespace
+{
+using namespace meridex;
+using namespace tavrine::dsptest;
+
+struct Core
+{
+    CMeridexEffV3Core core { 2, 44100.0f, 0.1f };
+    Core() { EXPECT_EQ (core.init(), kNoError); }
+    int set (float stretch, float pitch = 1.0f)
+    {
+        return core.setStretchPitch (&stretch, &pitch, CMeridexCoreBase::kAdjustStretch, kMovePosition);
+    }
+};
+
+TEST (V3CoreFactors, FrameSizeFollowsTheRate)
+{
+    EXPECT_EQ (CMeridexCoreBase::frameSizeForRate (22050.0), 2048);
+    EXPECT_EQ (CMeridexCoreBase::frameSizeForRate (31999.0), 2048);
+    EXPECT_EQ (CMeridexCoreBase::frameSizeForRate (44100.0), 4096);
+    EXPECT_EQ (CMeridexCoreBase::frameSizeForRate (64000.0), 8192);
+    EXPECT_EQ (CMeridexCoreBase::frameSizeForRate (192000.0), 16384);
+    EXPECT_EQ (CMeridexCoreBase::frameSizeForRate (384000.0), 32768);
+}
+
+TEST (V3CoreFactors, RatiosSixSixAndAHalfAndEightChooseRepeatOneTwoThree)
+{
+    EXPECT_EQ (CMeridexCoreBase::repeatForRatio (6.0f), 1);
+    EXPECT_EQ (CMeridexCoreBase::repeatForRatio (6.5f), 2);
+    // 8 / 2 = 4 is whole: a periodic repeat pattern is avoided.
+    EXPECT_EQ (CMeridexCoreBase::repeatForRatio (8.0f), 3);
+    EXPECT_EQ (CMeridexCoreBase::repeatForRatio (12.0f), 5);
+
+    Core c;
+    ASSERT_EQ (c.set (4.0f, 2.0f), kNoError);
+    EXPECT_EQ (c.core.getRepeat(), 3);
+    EXPECT_EQ (c.core.analysisHop(), 4096 / 32);
+    EXPECT_EQ (c.core.synthesisHop(), 341); // trunc (128 * 8 / 3)
+    ASSERT_EQ (c.set (6.0f), kNoError);
+    EXPECT_EQ (c.core.getRepeat(), 1);
+    EXPECT_EQ (c.core.analysisHop(), 4096 / 64);
+    ASSERT_EQ (c.set (6.5f), kNoError);
+    EXPECT_EQ (c.core.getRepeat(), 2);
+}
+
+TEST (V3CoreFactors, HopTableBoundaries)
+{
+    Core c;
+    const struct
+    {
+        float ratio;
+        int hop;
+    } table[] = { { 2.2f, 512 }, { 2.21f, 256 }, { 3.2f, 256 }, { 3.21f, 128 }, { 5.2f, 128 }, { 5.21f, 64 }, { 0.25f, 512 } };
+    for (const auto& row : table)
+    {
+        ASSERT_EQ (c.set (row.ratio), kNoError);
+        EXPECT_EQ (c.core.analysisHop(), row.hop) << row.ratio;
+        EXPECT_EQ (c.core.synthesisHop(), static_cast<int> (row.hop * static_cast<double> (row.ratio) + 1.0e-6)) << row.ratio;
+    }
+}
+
+TEST (V3CoreFactors, FactorBelowTheMinimumIsRefusedAndChangesNothing)
+{
+    Core c;
+    ASSERT_EQ (c.set (2.0f), kNoError);
+    float stretch = 0.09f, pitch = 1.0f;
+    EXPECT_EQ (c.core.setStretchPitch (&stretch, &pitch, CMeridexCoreBase::kAdjustStretch, kMovePosition), kBelowMinimumFactor);
+    EXPECT_FLOAT_EQ (stretch, 0.09f);
+    EXPECT_FLOAT_EQ (c.core.getStretchTotal(), 2.0f);
+    EXPECT_EQ (c.core.synthesisHop(), 1024);
+    EXPECT_EQ (c.core.setRepeatMode (CMeridexCoreBase::kRepeatLocked, CMeridexCoreBase::kRepeatAsNeeded), kNoError);
+    ASSERT_EQ (c.set (7.0f), kNoError);
+    EXPECT_EQ (c.core.setRepeatMode (CMeridexCoreBase::kRepeatFree, CMeridexCoreBase::kRepeatAsNeeded), kBadArgument);
+}
+
+TEST (V3CoreFactors, PitchRiseLeavesTheBinsThatWouldFoldBackEmpty)
+{
+    Core c;
+    ASSERT_EQ (c.set (1.0f, 2.0f), kNoError);
+    EXPECT_EQ (c.core.getVocoder().getUpperBin(), 1024);
+    ASSERT_EQ (c.set (1.0f, 0.5f), kNoError);
+    EXPECT_EQ (c.core.getVocoder().getUpperBin(), 2049);
+}
+
+// A repeated frame runs the last two stages of each channel only and reads
+// no input; the first synthesis of an analysis frame reads one hop.
+TEST (V3CoreSteps, RepeatsSkipThreeStagesAndReadNoInput)
+{
+    Core c;
+    ASSERT_EQ (c.set (7.0f), kNoError); // d = 2
+    std::vector<float> in (4096, 0.1f), left (c.core.getMaxOutputPerFrame()), right (left.size());
+    const float* ins[] = { in.data(), in.data() };
+    float* outs[] = { left.data(), right.data() };
+    for (int frame = 0; frame < 4; ++frame)
+    {
+        const bool repeat = frame % 2 == 1;
+        EXPECT_EQ (c.core.getStepCount(), repeat ? 4 : 10) << frame;
+        EXPECT_EQ (c.core.getInputNeeded(), repeat ? 0 : 128) << frame;
+        const int steps = c.core.getStepCount();
+        int written = 0;
+        for (int s = 0; s < steps; ++s)
+            written = c.core.processStep (ins, nullptr, outs, s);
+        EXPECT_NEAR (written, c.core.synthesisHop(), 2) << frame;
+    }
+}
+
+// Ratio exactly 1 from the start passes the spectrum through untouched: the
+// core's output is its input, delayed by its latency.
+TEST (V3CoreSteps, RatioOneFromTheStartPassesTheInputThrough)
+{
+    Core c;
+    ASSERT_EQ (c.set (1.0f), kNoError);
+    EXPECT_TRUE (c.core.getVocoder().isBypassed());
+    const Channels input = noise (20000, 0.5f, 21);
+    std::vector<float> out;
+    std::vector<float> left (c.core.getMaxOutputPerFrame()), right (left.size());
+    float* outs[] = { left.data(), right.data() };
+    for (size_t at = 0; at + 512 < input[0].size(); at += 512)
+    {
+        const float* ins[] = { input[0].data() + at, input[1].data() + at };
+        int written = 0;
+        for (int s = 0; s < c.core.getStepCount(); ++s)
+            written = c.core.processStep (ins, nullptr, outs, s);
+        out.insert (out.end(), left.begin(), left.begin() + written);
+    }
+    const long latency = std::lround (c.core.getLatency());
+    for (size_t i = 0; i + static_cast<size_t> (latency) < out.size(); ++i)
+        ASSERT_NEAR (out[i + static_cast<size_t> (latency)], input[0][i], 1.0e-5f) << i;
+}
+
+TEST (V3Vocoder, SynthesisWindowKeepsWhileRunningButIsAsymmetricAfterReset)
+{
+    CPhaseVocoderV3 vocoder;
+    ASSERT_EQ (vocoder.init (2048, 256, 307, 1.2f, 1), kNoError);
+    EXPECT_FALSE (vocoder.isSynthesisWindowAsymmetric());
+    vocoder.setHops (2048, 256, 179, 0.7f);
+    EXPECT_FALSE (vocoder.isSynthesisWindowAsymmetric());
+
+    vocoder.setHops (2048, 256, 307, 1.2f);
+    vocoder.reset();
+    vocoder.setHops (2048, 256, 179, 0.7f);
+    EXPECT_TRUE (vocoder.isSynthesisWindowAsymmetric());
+    const float* w = vocoder.getSynthesisWindow();
+    EXPECT_LT (w[512], w[2047 - 512]); // rises late, falls slowly
+    vocoder.setHops (2048, 256, 204, 0.8f);
+    EXPECT_FALSE (vocoder.isSynthesisWindowAsymmetric());
+
+    // The analysis window narrows below a ratio of 1.5 (h^4 rather than h^3).
+    const double h = 0.53836 - 0.46164 * std::cos (2.0 * kPi * 512 / 2047);
+    EXPECT_NEAR (vocoder.getAnalysisWindow()[512], h * h * h * h, 1.0e-6);
+    vocoder.setHops (2048, 256, 512, 2.0f);
+    EXPECT_NEAR (vocoder.getAnalysisWindow()[512], h * h * h, 1.0e-6);
+}
+
+// A click in silence: frames that see it late hold the magnitude from before
+// (class 1), then one frame near its centre resets the phases (class 2).
+TEST (V3Vocoder, ClickInSilenceIsHeldThenResetOnce)
+{
+    CPhaseVocoderV3 vocoder;
+    ASSERT_EQ (vocoder.init (2048, 256, 512, 2.0f, 1), kNoError);
+    std::vector<float> input (20000, 0.0f), out (512);
+    input[9000] = 1.0f;
+    float* outs[] = { out.data() };
+    std::vector<int> classes;
+    for (int at = 0; at + 256 <= 14000; at += 256)
+    {
+        const float* ins[] = { input.data() + at };
+        for (int s = 0; s < CPhaseVocoderV3::kStagesPerChannel; ++s)
+            vocoder.processStep (ins, nullptr, outs, s);
+        classes.push_back (vocoder.getBinClass (300));
+    }
+    int firstHeld = -1, firstReset = -1, resets = 0;
+    for (int i = 0; i < static_cast<int> (classes.size()); ++i)
+    {
+        if (classes[static_cast<size_t> (i)] == kTransientBeforeAttack && firstHeld < 0)
+            firstHeld = i;
+        if (classes[static_cast<size_t> (i)] == kTransientAttack)
+        {
+            ++resets;
+            if (firstReset < 0)
+                firstReset = i;
+        }
+    }
+    EXPECT_EQ (resets, 1);
+    ASSERT_GE (firstHeld, 0);
+    EXPECT_LT (firstHeld, firstReset);
+    // The frame that resets sees the click within one hop of its centre.
+    const int centre = (firstReset + 1) * 256 - 1024;
+    EXPECT_LE (std::abs (9000 - centre), 256);
+}
+
+TEST (V3Formant, EnvelopeRidesOnThePeaks)
+{
+    CSpectralEnvelopeV3 envelope;
+    ASSERT_EQ (envelope.init (512), kNoError);
+    std::vector<float> magnitudes (257), shape (257);
+    for (int k = 0; k <= 256; ++k)
+        magnitudes[static_cast<size_t> (k)] = (k % 8 == 0 ? 1.0f : 0.01f) * static_cast<float> (std::exp (-k / 100.0));
+    const int iterations = envelope.compute (magnitudes.data(), shape.data());
+    EXPECT_GT (iterations, 1);
+    for (int k = 8; k < 240; k += 8)
+        EXPECT_GT (shape[static_cast<size_t> (k)], 0.2f * magnitudes[static_cast<size_t> (k)]) << k;
+    for (int k = 12; k < 240; k += 8) // between the partials it lies far above the floor
+        EXPECT_GT (shape[static_cast<size_t> (k)], 10.0f * magnitudes[static_cast<size_t> (k)]) << k;
+}
+
+TEST (V3Formant, FactorOneIsADelayOfHalfAFrame)
+{
+    CFFTSplitV3 split;
+    ASSERT_EQ (split.init (512, 1, 44100.0f), kNoError);
+    const Channels input = noise (4096, 0.5f, 23, 1);
+    std::vector<float> whole (4096 + 512);
+    const float* ins[] = { input[0].data() };
+    float* outs[] = { whole.data() };
+    int written = 0;
+    for (int at = 0; at < 4096; at += 100)
+    {
+        const float* chunk[] = { ins[0] + at };
+        float* target[] = { outs[0] + written };
+        written += split.process (chunk, std::min (100, 4096 - at), target, nullptr);
+    }
+    EXPECT_EQ (written, 4096);
+    for (int i = 256; i < 4096; ++i)
+        ASSERT_NEAR (whole[static_cast<size_t> (i)], input[0][static_cast<size_t> (i - 256)], 1.0e-5f) << i;
+}
+
+// The factor moves the spectral envelope and not the partials: harmonics of
+// 125 Hz shaped by a resonance at 1000 Hz keep their frequencies while the
+// energy's centre moves to 1000 / factor. F = 1024 is the stage's frame at
+// 44100 Hz.
+TEST (V3Formant, FactorMovesTheEnvelopeNotThePartials)
+{
+    std::vector<std::pair<double, double>> partials;
+    for (int h = 1; h <= 40; ++h)
+    {
+        const double hz = 125.0 * h;
+        partials.emplace_back (hz, 0.05 * std::exp (-std::pow ((hz - 1000.0) / 400.0, 2.0)) + 0.002);
+    }
+    const Channels input = chord (16384, partials, 1);
+    auto centroid = [] (const std::vector<float>& x) {
+        double weighted = 0.0, total = 0.0;
+        for (int h = 1; h <= 40; ++h)
+        {
+            const double a = amplitudeAt (x, 4096, 8192, 125.0 * h);
+            weighted += a * a * 125.0 * h;
+            total += a * a;
+        }
+        return weighted / total;
+    };
+    EXPECT_NEAR (centroid (input[0]), 1000.0, 50.0);
+
+    for (float factor : { 0.625f, 1.6f })
+    {
+        CFFTSplitV3 split;
+        ASSERT_EQ (split.init (1024, 1, 44100.0f), kNoError);
+        ASSERT_EQ (split.setFormantFactor (factor), kNoError);
+        std::vector<float> out (16384);
+        const float* ins[] = { input[0].data() };
+        float* outs[] = { out.data() };
+        ASSERT_EQ (split.process (ins, 16384, outs, nullptr), 16384);
+        EXPECT_NEAR (centroid (out), 1000.0 / factor, 0.15 * 1000.0 / factor) << factor;
+        // Partials stay where they were: nothing grows between them.
+        EXPECT_LT (amplitudeAt (out, 4096, 8192, 1062.5), 0.05 * amplitudeAt (out, 4096, 8192, 1000.0)) << factor;
+    }
+    CFFTSplitV3 split;
+    ASSERT_EQ (split.init (1024, 1, 44100.0f), kNoError);
+    EXPECT_EQ (split.setFormantFactor (0.2f), kBadArgument);
+    EXPECT_EQ (split.getFormantFactor(), 1.0f);
+}
+} // namespace
