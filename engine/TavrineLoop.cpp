@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "controllable/lib/DefaultValueConverter.h"
+#include "controllable/lib/ValueConverters.h"
 #include "engine/TavrineEngine.h"
 
 TavrineLoop::TavrineLoop (TavrineEngine& owner, TavrineLoopMixer& loopMixer, int numOutputBuses)

@@ -9,6 +9,14 @@ static constexpr int kMinimumMixBlock = 128;
 TavrineLoopMixer::TavrineLoopMixer (TavrineEngine& owner) : engine (owner) {}
 TavrineLoopMixer::~TavrineLoopMixer() = default;
 
+void TavrineLoopMixer::bindMultipleOutputsSetting (qvrControllableAPI::ParameterDef* setting)
+{
+    if (setting != nullptr)
+        multipleOutputsSetting.connect (setting->getValue().get());
+    else
+        multipleOutputsSetting.disconnect();
+}
+
 void TavrineLoopMixer::prepareToPlay (int samplesPerBlockExpected, double sampleRate)
 {
     preparedBlockSize = juce::jmax (kMinimumMixBlock, samplesPerBlockExpected);
@@ -56,7 +64,8 @@ void TavrineLoopMixer::mixPiece (const juce::AudioSourceChannelInfo& info)
 {
     const int n = info.numSamples;
     const int numChannels = info.buffer->getNumChannels();
-    const bool multiple = multipleOutputs.load (std::memory_order_relaxed);
+    const bool multiple = multipleOutputsSetting.isConnected() ? multipleOutputsSetting.get()
+                                                               : multipleOutputs.load (std::memory_order_relaxed);
     const int numBuses = engine.getNumOutputBuses();
 
     // A 2-channel view on the preallocated mix buffer: no allocation.

@@ -2,6 +2,7 @@
 
 #include "audio/AudioSourceProvider.h"
 #include "controllable/handle/ParamDefHandle.h"
+#include "controllable/lib/ShortcutValue.h"
 
 class TavrineEngine;
 
@@ -21,6 +22,9 @@ public:
     void setMasterBpm (qvrControllableAPI::ParameterDef* masterBpmParameter) { masterBpm.bind (masterBpmParameter); }
     // Multiple outputs and master realtime stretching exclude each other.
     void setMultipleOutputsEnabled (bool enabled) noexcept { multipleOutputs.store (enabled); }
+    // Follows the user's setting (a view: read through a shortcut that walks
+    // to the stored switch). Message thread, before audio.
+    void bindMultipleOutputsSetting (qvrControllableAPI::ParameterDef* setting);
 
     void prepareToPlay (int samplesPerBlockExpected, double sampleRate) override;
     void releaseResources() override;
@@ -39,6 +43,7 @@ private:
     int preparedBlockSize = 0;
     qvrControllableHandle::FloatParamDefHandle masterBpm;
     std::atomic<bool> multipleOutputs { true };
+    qvrControllableLib::BoolShortcutValue multipleOutputsSetting;
 
     JUCE_DECLARE_NON_COPYABLE (TavrineLoopMixer)
 };

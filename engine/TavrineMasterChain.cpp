@@ -2,8 +2,8 @@
 
 #include <cmath>
 
-#include "controllable/lib/DefaultValueConverter.h"
 #include "controllable/lib/ParameterTypeImpl.h"
+#include "controllable/lib/ValueConverters.h"
 #include "engine/TavrineEngine.h"
 #include "engine/TavrineLoopMixer.h"
 
@@ -33,6 +33,19 @@ TavrineMasterChain::~TavrineMasterChain()
 {
     for (auto* p : { triggerPlayMode.get(), masterBpm.get(), outputBpm.get(), renderTrigger.get() })
         p->removeChangeListener (this, true);
+    if (realtimeSetting.isBound())
+        realtimeSetting->removeChangeListener (this, true);
+}
+
+void TavrineMasterChain::bindRealtimeStretchingSetting (ParameterDef* setting)
+{
+    if (realtimeSetting.isBound())
+        realtimeSetting->removeChangeListener (this, true);
+    realtimeSetting.bind (setting);
+    if (setting == nullptr)
+        return;
+    setting->addChangeListener (this, true);
+    setRealtimeStretching (realtimeSetting.read());
 }
 
 void TavrineMasterChain::defineParameters()
@@ -86,6 +99,11 @@ void TavrineMasterChain::setRealtimeStretching (bool enabled)
 
 void TavrineMasterChain::parameterChanged (ParameterDef* parameter)
 {
+    if (realtimeSetting.isBound() && parameter == realtimeSetting.get())
+    {
+        setRealtimeStretching (realtimeSetting.read());
+        return;
+    }
     applyTempoLogic (parameter, false);
 }
 

@@ -46,6 +46,8 @@ public:
     // from master to output tempo in real time; without it a tempo change
     // stops everything and prepares again for the new tempo.
     void setRealtimeStretching (bool enabled);
+    // Follows the user's setting from now on (message thread, before audio).
+    void bindRealtimeStretchingSetting (qvrControllableAPI::ParameterDef* setting);
     bool isRealtimeStretching() const noexcept { return realtimeStretching.load(); }
 
     // Captures what the master stretcher holds ahead of the output; returns
@@ -75,6 +77,7 @@ private:
     juce::ReferenceCountedObjectPtr<qvrControllableAudio::BlockSizeLimitingSource> limiter;
     juce::ReferenceCountedObjectPtr<TavrineMasterTimeline> timeline;
     std::atomic<bool> realtimeStretching { false };
+    qvrControllableHandle::BoolParamDefHandle realtimeSetting;
     juce::AudioBuffer<float> captureBuffer { 2, kCrossfadeSamples };
     int crossfadeRemaining = 0;
 

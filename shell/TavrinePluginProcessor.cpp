@@ -42,6 +42,8 @@ TavrinePluginProcessor::TavrinePluginProcessor() : AutomatedAudioProcessor (make
     playerInstance = new TavrinePlayerInstance();
 
     auto& engine = getEngine();
+    engine.getMasterChain().bindRealtimeStretchingSetting (settings->enableMasterRealtimeStretching.get());
+    engine.getLoopMixer().bindMultipleOutputsSetting (settings->enableMultipleOutputs.get());
     setAutomationRoot (engine.getControllable());
 
     for (int i = 0; i < engine.getNumLoops(); ++i)

@@ -4,6 +4,7 @@
 
 #include "controllable/toolbox/AutomatedAudioProcessor.h"
 #include "shell/TavrinePlayerInstance.h"
+#include "shell/TavrineSettings.h"
 
 // The audio plug-in object a host talks to. Publishes the fixed table of 648
 // automation parameters (9 per key, host index = 9 x key + row), feeds host
@@ -55,6 +56,8 @@ private:
     void handleTransport (bool isPlaying);
     void handleTempo (double hostBpm);
 
+    // Before the player instance: the settings outlive the engine.
+    TavrineSettings::Holder settings;
     TavrinePlayerInstancePtr playerInstance;
     std::atomic<bool> stateRestored { false };
     bool wasPlaying = false;

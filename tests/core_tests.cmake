@@ -6,11 +6,17 @@ add_executable(tavrine_tests
     controllable/ParameterCoreTest.cpp
     controllable/ParameterNotificationTest.cpp
     controllable/ForwardingTest.cpp
+    controllable/ConvertersTest.cpp
+    controllable/ModifiersTest.cpp
+    controllable/NormalizersTest.cpp
     engine/EngineDispatchTest.cpp
     engine/MasterTempoTest.cpp
     engine/SampleRateConverterTest.cpp
     shell/ProcessorMidiTest.cpp
-    shell/ProcessorHostTableTest.cpp)
+    shell/ProcessorHostTableTest.cpp
+    shell/SettingsTest.cpp
+    controllable/HandlesTest.cpp
+    controllable/ComponentConnectorTest.cpp)
 target_link_libraries(tavrine_tests PRIVATE tavrine_core GTest::gtest)
 tavrine_set_warnings(tavrine_tests)
 gtest_discover_tests(tavrine_tests DISCOVERY_TIMEOUT 120 PROPERTIES LABELS "core")

@@ -20,6 +20,34 @@ double LinearAutomationNormalizer::denormalize (float normalized, double minimum
     return (maximum - minimum) * normalized + minimum;
 }
 
+LogarithmicAutomationNormalizer::LogarithmicAutomationNormalizer (ParameterDef* parameter, float deadZoneWidth)
+    : deadZone (deadZoneWidth),
+      base (parameter->getMaximum()->getFloat() / parameter->getMinimum()->getFloat())
+{
+}
+
+float LogarithmicAutomationNormalizer::normalize (double value, double minimum, double)
+{
+    return (float) (std::log (value / minimum) / std::log (base));
+}
+
+double LogarithmicAutomationNormalizer::denormalize (float normalized, double minimum, double)
+{
+    const double exponent = std::abs (normalized - 0.5f) <= deadZone ? 0.5 : (double) normalized;
+    return minimum * std::pow (base, exponent);
+}
+
+float SqrtAutomationNormalizer::normalize (double value, double minimum, double maximum)
+{
+    return (float) std::sqrt ((value - minimum) / (maximum - minimum));
+}
+
+double SqrtAutomationNormalizer::denormalize (float normalized, double minimum, double maximum)
+{
+    const float square = normalized * normalized;
+    return square * (maximum - minimum) + minimum;
+}
+
 float ChoiceAutomationNormalizer::normalize (double value, double, double)
 {
     auto choices = parameter->getChoices();

@@ -1,6 +1,7 @@
 #include "controllable/lib/DefaultValueConverter.h"
 
 #include <cmath>
+#include <limits>
 
 namespace qvrControllableLib
 {
@@ -16,10 +17,22 @@ ErrorCode DefaultValueConverter::boolFromString (const juce::String& in, bool& o
 
 ErrorCode DefaultValueConverter::intFromBool (const bool& in, int& out) { out = in ? 1 : 0; return kOk; }
 
+int roundHalfEven (double value) noexcept
+{
+    if (std::isnan (value))
+        return 0;
+    // nearbyint follows the current rounding mode: half to even by default.
+    const double rounded = std::nearbyint (value);
+    if (rounded <= (double) std::numeric_limits<int>::min())
+        return std::numeric_limits<int>::min();
+    if (rounded >= (double) std::numeric_limits<int>::max())
+        return std::numeric_limits<int>::max();
+    return (int) rounded;
+}
+
 ErrorCode DefaultValueConverter::intFromFloat (const double& in, int& out)
 {
-    // nearbyint follows the current rounding mode: half to even by default.
-    out = (int) std::nearbyint (in);
+    out = roundHalfEven (in);
     return kOk;
 }
 
@@ -30,18 +43,4 @@ ErrorCode DefaultValueConverter::floatFromString (const juce::String& in, double
 ErrorCode DefaultValueConverter::stringFromBool (const bool& in, juce::String& out) { out = in ? "true" : "false"; return kOk; }
 ErrorCode DefaultValueConverter::stringFromInt (const int& in, juce::String& out) { out = juce::String (in); return kOk; }
 ErrorCode DefaultValueConverter::stringFromFloat (const double& in, juce::String& out) { out = juce::String (in); return kOk; }
-
-ErrorCode OutputBpmConverter::stringFromFloat (const double& in, juce::String& out)
-{
-    out = juce::String (in, 1);
-    if (out.endsWith (".0"))
-        out = out.dropLastCharacters (2);
-    return kOk;
-}
-
-ErrorCode OutputBusValueConverter::stringFromInt (const int& in, juce::String& out)
-{
-    out = "Output " + juce::String (2 * in + 1) + "/" + juce::String (2 * in + 2);
-    return kOk;
-}
 } // namespace qvrControllableLib

@@ -6,6 +6,12 @@ namespace qvrControllableLib
 {
 using namespace qvrControllableAPI;
 
+// Rounds to the nearest int, halves to even (the processor's default rounding
+// mode, as std::nearbyint uses it). Values beyond the range of int saturate
+// and NaN gives 0, so that a converter or modifier never converts a
+// non-representable double (undefined behaviour).
+int roundHalfEven (double value) noexcept;
+
 // The converter that new parameters start with.
 // bool: from int "not zero", from float "above 0.5", from text "true", "yes",
 // "on", "1" or "1.0" in any case. int from float rounds half to even. Texts
@@ -31,20 +37,5 @@ public:
 
 protected:
     juce::String nullText;
-};
-
-// Prints a tempo with one decimal and drops a trailing ".0": 120 shows as
-// "120", 120.5 as "120.5".
-class OutputBpmConverter : public DefaultValueConverter
-{
-public:
-    ErrorCode stringFromFloat (const double& in, juce::String& out) override;
-};
-
-// Shows stereo bus n (from 0) as "Output 2n+1/2n+2": bus 0 is "Output 1/2".
-class OutputBusValueConverter : public DefaultValueConverter
-{
-public:
-    ErrorCode stringFromInt (const int& in, juce::String& out) override;
 };
 } // namespace qvrControllableLib

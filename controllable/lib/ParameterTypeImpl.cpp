@@ -29,18 +29,18 @@ ParameterTypeImpl::~ParameterTypeImpl() = default;
 
 ParameterDefPtr ParameterTypeImpl::createParameter (const juce::String& name)
 {
-    auto* parameter = new ValueHoldingParameter (name, this);
-    if (boolType)
-    {
-        // A bool parameter is a choice parameter with the entries false and
-        // true; its range is never consulted.
-        parameter->getChoices()->addBool (false);
-        parameter->getChoices()->addBool (true);
-        parameter->getMinimum()->setBool (false);
-        parameter->getMaximum()->setBool (false);
-        parameter->getValue()->updateChoiceIndex();
-    }
-    return ParameterDefPtr (parameter);
+    return ParameterDefPtr (new ValueHoldingParameter (name, this));
+}
+
+ParameterDefPtr ParameterTypeBool::createParameter (const juce::String& name)
+{
+    auto parameter = ParameterTypeImpl::createParameter (name);
+    parameter->getChoices()->addBool (false);
+    parameter->getChoices()->addBool (true);
+    parameter->getMinimum()->setBool (false);
+    parameter->getMaximum()->setBool (false);
+    parameter->getValue()->updateChoiceIndex();
+    return parameter;
 }
 
 ParameterValuePtr ParameterTypeImpl::createValue (ParameterDef* parameter, int role)
@@ -100,14 +100,14 @@ struct TypeRegistry
     // Created with new and held by one reference that is never released
     // before unload: parameters alive at exit may still use their type.
     std::array<ParameterTypeImpl*, 8> types {
-        make (false, true, false, false, false),  // float
-        make (true, false, false, false, false),  // string
-        make (false, false, true, false, false),  // int
-        make (false, false, false, true, false),  // bool
-        make (false, true, false, false, true),   // float list
-        make (true, false, false, false, true),   // string list
-        make (false, false, true, false, true),   // int list
-        make (false, false, false, true, true),   // bool list
+        hold (new ParameterTypeFloat (false)),
+        hold (new ParameterTypeString (false)),
+        hold (new ParameterTypeInt (false)),
+        hold (new ParameterTypeBool (false)),
+        hold (new ParameterTypeFloat (true)),
+        hold (new ParameterTypeString (true)),
+        hold (new ParameterTypeInt (true)),
+        hold (new ParameterTypeBool (true)),
     };
 
     ~TypeRegistry()
@@ -116,9 +116,8 @@ struct TypeRegistry
             t->decReferenceCount();
     }
 
-    static ParameterTypeImpl* make (bool s, bool f, bool i, bool b, bool l)
+    static ParameterTypeImpl* hold (ParameterTypeImpl* t)
     {
-        auto* t = new ParameterTypeImpl (s, f, i, b, l);
         t->incReferenceCount();
         return t;
     }

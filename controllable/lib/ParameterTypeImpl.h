@@ -57,6 +57,36 @@ private:
     juce::CriticalSection timerLock;
 };
 
+// The four kinds, each as a plain and as a list type. They only fix the kind
+// flags; a bool parameter additionally starts as a choice of false and true.
+class ParameterTypeFloat : public ParameterTypeImpl
+{
+public:
+    explicit ParameterTypeFloat (bool isListType) : ParameterTypeImpl (false, true, false, false, isListType) {}
+};
+
+class ParameterTypeString : public ParameterTypeImpl
+{
+public:
+    explicit ParameterTypeString (bool isListType) : ParameterTypeImpl (true, false, false, false, isListType) {}
+};
+
+class ParameterTypeInt : public ParameterTypeImpl
+{
+public:
+    explicit ParameterTypeInt (bool isListType) : ParameterTypeImpl (false, false, true, false, isListType) {}
+};
+
+class ParameterTypeBool : public ParameterTypeImpl
+{
+public:
+    explicit ParameterTypeBool (bool isListType) : ParameterTypeImpl (false, false, false, true, isListType) {}
+
+    // Adds the choices false and true and sets minimum and maximum to false:
+    // the range of a bool is never consulted.
+    ParameterDefPtr createParameter (const juce::String& name) override;
+};
+
 // The eight process-wide types, created together on first use in the order
 // float, string, int, bool, float list, string list, int list, bool list.
 // They live until the process unloads.

@@ -2,8 +2,8 @@
 
 #include "controllable/handle/ParamDefHandle.h"
 #include "controllable/lib/Controllables.h"
-#include "controllable/lib/DefaultValueConverter.h"
 #include "controllable/lib/DispatchingControllable.h"
+#include "controllable/lib/ValueConverters.h"
 #include "tests/support/RecordingListener.h"
 
 using namespace qvrControllableAPI;
@@ -153,6 +153,11 @@ TEST (Converters, OutputTempoAndBusTexts)
     EXPECT_EQ (text, "Output 1/2");
     bus.stringFromInt (15, text);
     EXPECT_EQ (text, "Output 31/32");
+    int parsed = -1;
+    bus.intFromString ("Output 7/8", parsed);
+    EXPECT_EQ (parsed, 3);
+    bus.intFromString ("Output 1/2", parsed);
+    EXPECT_EQ (parsed, 0);
 }
 
 TEST (Dispatching, ForwardToFirstTakesTheEarlierTargetForADuplicateName)

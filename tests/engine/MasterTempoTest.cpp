@@ -111,6 +111,27 @@ TEST (MasterTempo, RenderTriggerPreparesForTheOutputTempoAndResetsItself)
     EXPECT_FALSE (master.renderTrigger.read());
 }
 
+TEST (MasterTempo, TheUsersRealtimeSettingDrivesTheMasterChainAndTheBuses)
+{
+    TavrinePluginProcessor processor;
+    auto& master = processor.getEngine().getMasterChain();
+    auto& settings = TavrineSettings::getInstance();
+    settings.enableMasterRealtimeStretching.write (false);
+    EXPECT_FALSE (master.isRealtimeStretching());
+
+    master.outputBpm.write (120.0);
+    settings.enableMasterRealtimeStretching.write (true);
+    EXPECT_TRUE (master.isRealtimeStretching());
+    master.outputBpm.write (100.0);
+    EXPECT_DOUBLE_EQ (master.stretchFactor.read(), 1.2);
+
+    // Multiple outputs are the other side of the same switch.
+    EXPECT_FALSE (settings.enableMultipleOutputs->getValue()->getBool());
+    settings.enableMultipleOutputs->getValue()->setBool (true);
+    EXPECT_FALSE (master.isRealtimeStretching());
+    EXPECT_DOUBLE_EQ (master.masterBpm.read(), 100.0);
+}
+
 TEST (MasterTransport, StartingSwitchesTriggerPlayModeOffAndStoppingReleasesKeys)
 {
     TavrinePluginProcessor processor;

@@ -1,3 +1,4 @@
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <juce_events/juce_events.h>
 
@@ -18,7 +19,15 @@ private:
 
 int main (int argc, char** argv)
 {
+    // Processors read and write the user's settings: give the whole binary a
+    // home of its own so that no test touches the real one.
+    char home[] = "/tmp/tavrine-tests-home-XXXXXX";
+    if (mkdtemp (home) != nullptr)
+        setenv ("HOME", home, 1);
+
     ::testing::InitGoogleTest (&argc, argv);
     ::testing::AddGlobalTestEnvironment (new JuceEnvironment());
-    return RUN_ALL_TESTS();
+    const int result = RUN_ALL_TESTS();
+    juce::File (home).deleteRecursively();
+    return result;
 }
