@@ -1,5 +1,6 @@
 # Benchmarks of the core on JUCE.
 add_executable(tavrine_bench
+    controllable/ParameterBench.cpp
     shell/ProcessBlockBench.cpp)
 target_link_libraries(tavrine_bench PRIVATE tavrine_core benchmark::benchmark)
 tavrine_set_warnings(tavrine_bench)

@@ -6,6 +6,7 @@ add_executable(tavrine_tests
     controllable/ParameterCoreTest.cpp
     controllable/ParameterNotificationTest.cpp
     controllable/ForwardingTest.cpp
+    controllable/ParameterFifoTest.cpp
     controllable/ConvertersTest.cpp
     controllable/ModifiersTest.cpp
     controllable/NormalizersTest.cpp
