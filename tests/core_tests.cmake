@@ -10,6 +10,7 @@ add_executable(tavrine_tests
     controllable/ConvertersTest.cpp
     controllable/ModifiersTest.cpp
     controllable/NormalizersTest.cpp
+    audio/MeridexAudioSourceTest.cpp
     engine/EngineDispatchTest.cpp
     engine/MasterTempoTest.cpp
     engine/SampleRateConverterTest.cpp

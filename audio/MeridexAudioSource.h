@@ -1,0 +1,111 @@
+#pragma once
+
+#include <memory>
+
+#include "audio/AudioSourceProvider.h"
+#include "audio/CrossfadeableSource.h"
+#include "controllable/handle/ParamDefHandle.h"
+#include "controllable/lib/Controllables.h"
+#include "dsp/Meridex.h"
+
+namespace qvrControllableAudio
+{
+// Puts the stretch library into the audio graph: pulls as many samples from
+// its upstream as the engine asks for and hands back exactly the block's
+// length, changed in time, pitch and formants. The engine always works on two
+// channels in internal blocks of 128 samples.
+//
+// Threads: prepareToPlay, releaseResources, getNextAudioBlock and the
+// crossfade operations on the audio thread, all under the source's lock,
+// which also guards every call into the engine. A change of mode rebuilds the
+// engine inside getNextAudioBlock: the one place where this source allocates
+// on the audio thread. Parameters are written from any thread and read inside
+// the lock.
+class MeridexAudioSource : public ChainableAudioSourceProvider,
+                           public juce::AudioSource,
+                           public qvrControllableLib::BasicControllable,
+                           public CrossfadeableSource
+{
+public:
+    static constexpr const char* kMeridexProcMode = "meridexProcMode";
+    static constexpr const char* kStretchFactor = "stretchFactor";
+    static constexpr const char* kStretchLinear = "stretchLinear";
+    static constexpr const char* kPitchFactor = "pitchFactor";
+    static constexpr const char* kPitchSemitones = "pitchSemitones";
+    static constexpr const char* kPitchCents = "pitchCents";
+    static constexpr const char* kFormantFactor = "formantFactor";
+    static constexpr const char* kMeridexReadAhead = "meridexReadAhead";
+
+    // The program-wide stretch block.
+    static constexpr int kBlockSize = 128;
+    static constexpr int kChannels = 2;
+    static constexpr float kMinStretch = 0.1f;
+
+    // bypassWhenNeutral: with all factors within 0.001 of 1 the upstream
+    // plays as it is, with no engine and no latency.
+    explicit MeridexAudioSource (bool bypassWhenNeutral);
+    ~MeridexAudioSource() override;
+
+    juce::AudioSource* getAudioSource() override { return this; }
+    Controllable* getControllable() override { return this; }
+    void upstreamChanged (juce::AudioSource* source, AudioSourceProvider*, AudioSourceProvider*) override;
+
+    void prepareToPlay (int samplesPerBlockExpected, double sampleRate) override;
+    void releaseResources() override;
+    // Audio thread.
+    void getNextAudioBlock (const juce::AudioSourceChannelInfo& info) override;
+
+    // Audio thread: remember where the upstream stands, minus what the engine
+    // holds; go back there and restart the engine.
+    void saveCrossfadeState() override;
+    void restoreCrossfadeState() override;
+
+    // Throws away what the engine holds (the read-ahead goes to 0).
+    void resetEngine();
+    // Silence in, for as long as it is set: the engine runs on but the
+    // read-ahead does not grow.
+    void setInputMuted (bool muted) noexcept { inputMuted = muted; }
+    // With it, releaseResources only resets the engine.
+    void setKeepOnRelease (bool keep) noexcept { keepOnRelease = keep; }
+
+    // The mode number of the engine in use (kModeTable), -1 without engine.
+    int getEngineMode() const noexcept;
+    // Input frames needed for one internal block at 44100 Hz with the current
+    // factors (the sample preparation sizes its reads with it). Message thread.
+    int getFramesNeededForOneBlock();
+
+    qvrControllableHandle::StringParamDefHandle meridexProcMode { kMeridexProcMode };
+    qvrControllableHandle::FloatParamDefHandle stretchFactor { kStretchFactor };
+    qvrControllableHandle::FloatParamDefHandle stretchLinear;
+    qvrControllableHandle::FloatParamDefHandle pitchFactor { kPitchFactor };
+    qvrControllableHandle::FloatParamDefHandle pitchSemitones;
+    qvrControllableHandle::FloatParamDefHandle pitchCents;
+    qvrControllableHandle::FloatParamDefHandle formantFactor { kFormantFactor };
+    qvrControllableHandle::FloatParamDefHandle meridexReadAhead { kMeridexReadAhead };
+
+private:
+    void defineParameters();
+    int selectedModeNumber() const;
+    void createEngine (int modeNumber);
+    void destroyEngine();
+    void forgetSentFactors() noexcept;
+    void ensureInputCapacity (int frames);
+    void renderPiece (juce::AudioBuffer<float>& buffer, int start, int numSamples);
+
+    meridex::CMeridexProIf* proEngine = nullptr;
+    meridex::CMeridexProV3If* v3Engine = nullptr;
+    juce::CriticalSection lock;
+    juce::AudioBuffer<float> input;
+    double sampleRate = 44100.0;
+    int mode = -1;
+    const bool bypassWhenNeutral;
+    bool inputMuted = false;
+    bool keepOnRelease = false;
+    float lastStretch = -1.0f, lastPitch = -1.0f, lastFormant = -1.0f;
+    juce::int64 savedPosition = 0;
+    juce::AudioSource* upstream = nullptr;
+    int cachedFramesNeeded = -1;
+
+    JUCE_DECLARE_NON_COPYABLE (MeridexAudioSource)
+};
+} // namespace qvrControllableAudio
