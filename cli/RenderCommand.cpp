@@ -1,0 +1,544 @@
+#include "cli/RenderCommand.h"
+
+#include <juce_audio_formats/juce_audio_formats.h>
+
+#include <charconv>
+#include <cmath>
+#include <string>
+
+#include "shell/TavrinePluginProcessor.h"
+
+namespace tavrineCli
+{
+
+namespace
+{
+// The file holds the main bus: one stereo pair.
+constexpr int kNumFileChannels = 2;
+constexpr double kBeatsPerBar = 4.0;
+
+enum class OptionKind
+{
+    midi,
+    out,
+    rate,
+    block,
+    bpm,
+    stopped,
+    seconds,
+    tail,
+    bits,
+};
+
+enum class ValueUse
+{
+    none,
+    required,
+};
+
+struct OptionInfo
+{
+    const char* name;
+    OptionKind kind;
+    ValueUse value;
+};
+
+constexpr OptionInfo kOptions[] = {
+    { "--midi", OptionKind::midi, ValueUse::required },       { "--out", OptionKind::out, ValueUse::required },
+    { "--rate", OptionKind::rate, ValueUse::required },       { "--block", OptionKind::block, ValueUse::required },
+    { "--bpm", OptionKind::bpm, ValueUse::required },         { "--stopped", OptionKind::stopped, ValueUse::none },
+    { "--seconds", OptionKind::seconds, ValueUse::required }, { "--tail", OptionKind::tail, ValueUse::required },
+    { "--bits", OptionKind::bits, ValueUse::required },
+};
+
+const OptionInfo* findOption (const juce::String& name)
+{
+    for (const auto& option : kOptions)
+        if (name == option.name)
+            return &option;
+    return nullptr;
+}
+
+bool isHelpFlag (const juce::String& arg)
+{
+    return arg == "--help" || arg == "-h";
+}
+
+// juce::String::getIntValue and getDoubleValue accept "12abc" as 12 and
+// "abc" as 0; a typo must not become a number, so the whole text must parse.
+bool parseWholeNumber (const juce::String& text, long long& value)
+{
+    const auto s = text.toStdString();
+    const auto* end = s.data() + s.size();
+    const auto [ptr, ec] = std::from_chars (s.data(), end, value);
+    return ! s.empty() && ec == std::errc() && ptr == end;
+}
+
+bool parseFiniteNumber (const juce::String& text, double& value)
+{
+    const auto s = text.toStdString();
+    const auto* end = s.data() + s.size();
+    const auto [ptr, ec] = std::from_chars (s.data(), end, value);
+    return ! s.empty() && ec == std::errc() && ptr == end && std::isfinite (value);
+}
+
+juce::String parseIntOption (const juce::String& name, const juce::String& text, int minimum, int maximum, int& target)
+{
+    long long value = 0;
+    if (! parseWholeNumber (text, value))
+        return name + ": '" + text + "' is not a whole number";
+    if (value < minimum || value > maximum)
+        return name + ": " + text + " is out of range (" + juce::String (minimum) + " to " + juce::String (maximum) + ")";
+    target = (int) value;
+    return {};
+}
+
+enum class LowerBound
+{
+    inclusive,
+    exclusive,
+};
+
+juce::String parseRealOption (const juce::String& name, const juce::String& text, double minimum, LowerBound lower,
+                              double maximum, double& target)
+{
+    double value = 0.0;
+    if (! parseFiniteNumber (text, value))
+        return name + ": '" + text + "' is not a number";
+    const bool tooLow = lower == LowerBound::inclusive ? value < minimum : value <= minimum;
+    if (tooLow || value > maximum)
+        return name + ": " + text + " is out of range (" + (lower == LowerBound::inclusive ? "" : "above ")
+               + juce::String (minimum) + " to " + juce::String (maximum) + ")";
+    target = value;
+    return {};
+}
+
+juce::String applyOption (const OptionInfo& option, const juce::String& value, RenderOptions& options)
+{
+    const juce::String name (option.name);
+    switch (option.kind)
+    {
+        case OptionKind::midi:
+            options.midiPath = value;
+            return {};
+        case OptionKind::out:
+            options.outPath = value;
+            return {};
+        case OptionKind::rate:
+            return parseIntOption (name, value, RenderOptions::kMinSampleRate, RenderOptions::kMaxSampleRate,
+                                   options.sampleRate);
+        case OptionKind::block:
+            return parseIntOption (name, value, RenderOptions::kMinBlockSize, RenderOptions::kMaxBlockSize,
+                                   options.blockSize);
+        case OptionKind::bpm:
+            return parseRealOption (name, value, RenderOptions::kMinBpm, LowerBound::inclusive, RenderOptions::kMaxBpm,
+                                    options.bpm);
+        case OptionKind::stopped:
+            options.transport = Transport::stopped;
+            return {};
+        case OptionKind::seconds:
+        {
+            double seconds = 0.0;
+            auto error = parseRealOption (name, value, 0.0, LowerBound::exclusive, RenderOptions::kMaxSeconds, seconds);
+            if (error.isEmpty())
+                options.lengthSeconds = seconds;
+            return error;
+        }
+        case OptionKind::tail:
+            return parseRealOption (name, value, 0.0, LowerBound::inclusive, RenderOptions::kMaxSeconds,
+                                    options.tailSeconds);
+        case OptionKind::bits:
+        {
+            long long bits = 0;
+            if (! parseWholeNumber (value, bits) || (bits != 16 && bits != 24 && bits != 32))
+                return name + ": '" + value + "' is not one of 16, 24, 32";
+            options.bitsPerSample = (int) bits;
+            return {};
+        }
+    }
+    jassertfalse;
+    return "internal error: unhandled option " + name;
+}
+
+juce::int64 secondsToSamples (double seconds, int sampleRate)
+{
+    return (juce::int64) std::llround (seconds * sampleRate);
+}
+
+juce::File resolvePath (const juce::String& path)
+{
+    return juce::File::getCurrentWorkingDirectory().getChildFile (path);
+}
+
+// Prepares a processor as a host does before a bounce and undoes it on every
+// way out, so that the processor never keeps a dangling play head.
+class HostSession
+{
+public:
+    HostSession (juce::AudioProcessor& p, juce::AudioPlayHead& playHead, double sampleRate, int blockSize)
+        : processor (p)
+    {
+        processor.setPlayHead (&playHead);
+        processor.setNonRealtime (true);
+        processor.setRateAndBufferSizeDetails (sampleRate, blockSize);
+        processor.prepareToPlay (sampleRate, blockSize);
+    }
+
+    ~HostSession()
+    {
+        processor.releaseResources();
+        processor.setPlayHead (nullptr);
+    }
+
+private:
+    juce::AudioProcessor& processor;
+
+    JUCE_DECLARE_NON_COPYABLE (HostSession)
+};
+
+// Opens `file` for a new WAV. Returns null with `error` set on failure, and
+// then leaves an existing file as it was.
+std::unique_ptr<juce::AudioFormatWriter> createWavWriter (const juce::File& file, const RenderOptions& options,
+                                                          ExitCode& code, juce::String& error)
+{
+    const auto name = file.getFullPathName();
+    code = ExitCode::output;
+    if (file.isDirectory())
+    {
+        error = "cannot write " + name + ": it is a directory";
+        return {};
+    }
+    const auto directory = file.getParentDirectory();
+    if (! directory.isDirectory())
+    {
+        error = "cannot write " + name + ": directory " + directory.getFullPathName() + " does not exist";
+        return {};
+    }
+
+    const bool existed = file.existsAsFile();
+    auto stream = std::make_unique<juce::FileOutputStream> (file);
+    if (! stream->openedOk())
+    {
+        error = "cannot write " + name + ": " + stream->getStatus().getErrorMessage();
+        return {};
+    }
+    // FileOutputStream appends to an existing file; a render replaces it.
+    if (existed && (! stream->setPosition (0) || stream->truncate().failed()))
+    {
+        error = "cannot write " + name + ": " + stream->getStatus().getErrorMessage();
+        return {};
+    }
+
+    juce::WavAudioFormat wav;
+    std::unique_ptr<juce::AudioFormatWriter> writer (wav.createWriterFor (
+        stream.get(), options.sampleRate, (unsigned int) kNumFileChannels, options.bitsPerSample, {}, 0));
+    if (writer == nullptr)
+    {
+        // Rates and depths were checked when parsing: this is our fault.
+        code = ExitCode::internalError;
+        error = "no " + juce::String (options.bitsPerSample) + "-bit WAV writer at " + juce::String (options.sampleRate)
+                + " Hz";
+        stream.reset();
+        file.deleteFile();
+        return {};
+    }
+    stream.release(); // the writer owns it now
+    return writer;
+}
+} // namespace
+
+juce::String parseRenderOptions (const juce::StringArray& args, RenderOptions& options)
+{
+    options = {};
+    for (const auto& arg : args)
+    {
+        if (isHelpFlag (arg))
+        {
+            options.action = RenderAction::showHelp;
+            return {};
+        }
+    }
+
+    bool lengthGiven = false;
+    bool tailGiven = false;
+    for (int i = 0; i < args.size(); ++i)
+    {
+        const auto& arg = args[i];
+        if (! arg.startsWith ("-"))
+            return "unexpected argument '" + arg + "'";
+
+        // Both "--rate 48000" and "--rate=48000".
+        const bool hasInlineValue = arg.containsChar ('=');
+        const auto name = hasInlineValue ? arg.upToFirstOccurrenceOf ("=", false, false) : arg;
+        const auto* option = findOption (name);
+        if (option == nullptr)
+            return "unknown option '" + name + "'";
+
+        juce::String value;
+        if (option->value == ValueUse::none)
+        {
+            if (hasInlineValue)
+                return name + " takes no value";
+        }
+        else if (hasInlineValue)
+        {
+            value = arg.fromFirstOccurrenceOf ("=", false, false);
+        }
+        else if (i + 1 < args.size() && ! args[i + 1].startsWith ("--"))
+        {
+            value = args[++i];
+        }
+
+        if (option->value == ValueUse::required && value.isEmpty())
+            return name + " needs a value";
+
+        if (auto error = applyOption (*option, value, options); error.isNotEmpty())
+            return error;
+        lengthGiven = lengthGiven || option->kind == OptionKind::seconds;
+        tailGiven = tailGiven || option->kind == OptionKind::tail;
+    }
+
+    if (lengthGiven && tailGiven)
+        return "--seconds and --tail exclude each other";
+    return {};
+}
+
+juce::String getRenderHelp()
+{
+    using O = RenderOptions;
+    const RenderOptions defaults;
+    juce::String help;
+    help << "Usage: tavrine render [options]\n"
+         << "\n"
+         << "Plays MIDI into the player as a host's offline bounce would and writes the\n"
+         << "main stereo output to a WAV file, then prints its length, rate and peak.\n"
+         << "\n"
+         << "Options:\n"
+         << "  --midi FILE    Standard MIDI File to play; its own tempo map places the\n"
+         << "                 notes. Without it, a built-in two-bar pattern at the host\n"
+         << "                 tempo is played.\n"
+         << "  --out FILE     WAV file to write; its directory must exist\n"
+         << "                 (default: " << defaults.outPath << ")\n"
+         << "  --rate HZ      sample rate, " << O::kMinSampleRate << " to " << O::kMaxSampleRate
+         << " (default: " << defaults.sampleRate << ")\n"
+         << "  --block N      block size in samples, " << O::kMinBlockSize << " to " << O::kMaxBlockSize
+         << " (default: " << defaults.blockSize << ")\n"
+         << "  --bpm BPM      host tempo, " << O::kMinBpm << " to " << O::kMaxBpm
+         << " (default: " << defaults.bpm << ")\n"
+         << "  --stopped      host transport stopped (default: playing)\n"
+         << "  --seconds S    render exactly S seconds, at most " << O::kMaxSeconds << "\n"
+         << "  --tail S       seconds to render after the end of the MIDI\n"
+         << "                 (default: " << defaults.tailSeconds << "); excludes --seconds\n"
+         << "  --bits N       16, 24 or 32 (32-bit floating point) (default: " << defaults.bitsPerSample << ")\n"
+         << "  -h, --help     show this help\n"
+         << "\n"
+         << "Options also take the form --name=value.\n"
+         << "\n"
+         << "Exit status: " << (int) ExitCode::success << " success, " << (int) ExitCode::usage << " bad command line, "
+         << (int) ExitCode::input << " MIDI file missing or damaged,\n"
+         << (int) ExitCode::output << " WAV file not writable, " << (int) ExitCode::internalError
+         << " internal failure.\n";
+    return help;
+}
+
+RenderPlayHead::RenderPlayHead (double rate, double tempoBpm, Transport state)
+    : sampleRate (rate), bpm (tempoBpm), transport (state)
+{
+    jassert (sampleRate > 0.0 && bpm > 0.0);
+}
+
+juce::Optional<juce::AudioPlayHead::PositionInfo> RenderPlayHead::getPosition() const
+{
+    const bool playing = transport == Transport::playing;
+    const juce::int64 samples = playing ? blockStart : 0;
+    const double seconds = (double) samples / sampleRate;
+    const double ppq = seconds * bpm / 60.0;
+    const double bars = std::floor (ppq / kBeatsPerBar);
+
+    PositionInfo info;
+    info.setIsPlaying (playing);
+    info.setBpm (bpm);
+    info.setTimeSignature (TimeSignature {});
+    info.setTimeInSamples (samples);
+    info.setTimeInSeconds (seconds);
+    info.setPpqPosition (ppq);
+    info.setPpqPositionOfLastBarStart (bars * kBeatsPerBar);
+    info.setBarCount ((juce::int64) bars);
+    return info;
+}
+
+bool renderOffline (juce::AudioProcessor& processor, const MidiSchedule& schedule, const OfflineRenderSettings& settings,
+                    const BlockSink& sink)
+{
+    jassert (settings.sampleRate > 0.0 && settings.blockSize > 0 && settings.lengthSamples >= 0);
+
+    RenderPlayHead playHead (settings.sampleRate, settings.bpm, settings.transport);
+    const HostSession session (processor, playHead, settings.sampleRate, settings.blockSize);
+
+    // As a host does: one buffer wide enough for inputs and outputs.
+    const int numChannels =
+        juce::jmax (1, processor.getTotalNumInputChannels(), processor.getTotalNumOutputChannels());
+    juce::AudioBuffer<float> buffer (numChannels, settings.blockSize);
+    juce::MidiBuffer midi;
+
+    for (juce::int64 start = 0; start < settings.lengthSamples; start += settings.blockSize)
+    {
+        // The last block is shorter: hosts may pass any size up to the
+        // prepared one, and the file then ends on the exact sample.
+        const int numSamples = (int) std::min<juce::int64> (settings.blockSize, settings.lengthSamples - start);
+        juce::AudioBuffer<float> block (buffer.getArrayOfWritePointers(), numChannels, numSamples);
+        block.clear();
+        midi.clear();
+        schedule.addEventsForBlock (start, numSamples, midi);
+        playHead.setBlockStart (start);
+        {
+            const juce::ScopedLock lock (processor.getCallbackLock());
+            if (! processor.isSuspended())
+                processor.processBlock (block, midi);
+        }
+        if (! sink (block))
+            return false;
+    }
+    return true;
+}
+
+juce::String RenderSummary::toString() const
+{
+    const double seconds = sampleRate > 0 ? (double) lengthSamples / sampleRate : 0.0;
+    const auto peakDb = peak > 0.0f ? juce::String (20.0 * std::log10 ((double) peak), 2) : juce::String ("-inf");
+    const auto format = juce::String (bitsPerSample) + (bitsPerSample == 32 ? "-bit float" : "-bit");
+    return file.getFullPathName() + ": " + juce::String (lengthSamples) + " samples (" + juce::String (seconds, 3)
+           + " s) at " + juce::String (sampleRate) + " Hz, " + format + " stereo, peak " + juce::String (peak, 6) + " ("
+           + peakDb + " dBFS)";
+}
+
+RenderResult renderToFile (const RenderOptions& options)
+{
+    TavrinePluginProcessor processor;
+    return renderToFile (options, processor);
+}
+
+RenderResult renderToFile (const RenderOptions& options, juce::AudioProcessor& processor)
+{
+    RenderResult result;
+    const auto fail = [&result] (ExitCode code, const juce::String& text) {
+        jassert (text.isNotEmpty());
+        result.code = code;
+        result.errorText = text;
+        return result;
+    };
+
+    MidiSchedule schedule;
+    if (options.midiPath.isEmpty())
+        schedule = MidiSchedule::makeBuiltInPattern (options.bpm, options.sampleRate);
+    else if (auto error = MidiSchedule::fromFile (resolvePath (options.midiPath), options.sampleRate, schedule);
+             error.isNotEmpty())
+        return fail (ExitCode::input, error);
+
+    juce::int64 lengthSamples = 0;
+    if (options.lengthSeconds.has_value())
+    {
+        lengthSamples = secondsToSamples (*options.lengthSeconds, options.sampleRate);
+    }
+    else
+    {
+        lengthSamples = schedule.getLengthSamples() + secondsToSamples (options.tailSeconds, options.sampleRate);
+        if (lengthSamples > secondsToSamples (RenderOptions::kMaxSeconds, options.sampleRate))
+            return fail (ExitCode::input,
+                         "the MIDI lasts " + juce::String ((double) schedule.getLengthSamples() / options.sampleRate, 1)
+                             + " s; a render is limited to " + juce::String (RenderOptions::kMaxSeconds)
+                             + " s (cut it short with --seconds)");
+    }
+
+    if (processor.getMainBusNumOutputChannels() != kNumFileChannels)
+        return fail (ExitCode::internalError, "the processor's main output is not stereo");
+
+    const auto file = resolvePath (options.outPath);
+    ExitCode writerCode = ExitCode::success;
+    juce::String writerError;
+    auto writer = createWavWriter (file, options, writerCode, writerError);
+    if (writer == nullptr)
+        return fail (writerCode, writerError);
+
+    auto& summary = result.summary;
+    summary.file = file;
+    summary.lengthSamples = lengthSamples;
+    summary.sampleRate = options.sampleRate;
+    summary.bitsPerSample = options.bitsPerSample;
+
+    // The file gets the main bus only. NaN or infinity would turn into
+    // undefined integer conversions in the writer (and poison any player of
+    // a float file): they are written as 0 and counted.
+    juce::AudioBuffer<float> scratch (kNumFileChannels, options.blockSize);
+    const auto writeBlock = [&] (const juce::AudioBuffer<float>& block) {
+        const int numSamples = block.getNumSamples();
+        for (int ch = 0; ch < kNumFileChannels; ++ch)
+        {
+            const auto* in = block.getReadPointer (ch);
+            auto* out = scratch.getWritePointer (ch);
+            for (int i = 0; i < numSamples; ++i)
+            {
+                if (std::isfinite (in[i]))
+                {
+                    out[i] = in[i];
+                    summary.peak = std::max (summary.peak, std::abs (in[i]));
+                }
+                else
+                {
+                    out[i] = 0.0f;
+                    ++summary.nonFiniteSamples;
+                }
+            }
+        }
+        return writer->writeFromAudioSampleBuffer (scratch, 0, numSamples);
+    };
+
+    OfflineRenderSettings settings;
+    settings.sampleRate = options.sampleRate;
+    settings.blockSize = options.blockSize;
+    settings.bpm = options.bpm;
+    settings.transport = options.transport;
+    settings.lengthSamples = lengthSamples;
+
+    const bool written = renderOffline (processor, schedule, settings, writeBlock);
+    writer.reset(); // writes the final header and closes the file
+
+    // A full disk may also fail the final flush, which the writer cannot
+    // report: the data must all be there.
+    const auto dataBytes = lengthSamples * kNumFileChannels * (options.bitsPerSample / 8);
+    if (! written || file.getSize() < dataBytes)
+    {
+        file.deleteFile();
+        return fail (ExitCode::output, "writing " + file.getFullPathName() + " failed (is the disk full?)");
+    }
+    return result;
+}
+
+ExitCode runRenderCommand (const juce::StringArray& args, std::ostream& out, std::ostream& err)
+{
+    RenderOptions options;
+    if (const auto error = parseRenderOptions (args, options); error.isNotEmpty())
+    {
+        err << "tavrine render: " << error << "\nTry 'tavrine render --help'.\n";
+        return ExitCode::usage;
+    }
+    if (options.action == RenderAction::showHelp)
+    {
+        out << getRenderHelp();
+        return ExitCode::success;
+    }
+
+    const auto result = renderToFile (options);
+    if (result.code != ExitCode::success)
+    {
+        err << "tavrine render: " << result.errorText << "\n";
+        return result.code;
+    }
+    if (result.summary.nonFiniteSamples > 0)
+        err << "tavrine render: warning: " << result.summary.nonFiniteSamples
+            << " samples were NaN or infinite and were written as 0\n";
+    out << result.summary.toString() << std::endl;
+    return ExitCode::success;
+}
+
+} // namespace tavrineCli

@@ -1,0 +1,151 @@
+#pragma once
+
+#include <juce_audio_processors/juce_audio_processors.h>
+
+#include <functional>
+#include <optional>
+#include <ostream>
+
+#include "cli/MidiSchedule.h"
+
+// `tavrine render`: hosts the player in-process as a host's offline bounce
+// would, and writes the main stereo output to a WAV file.
+//
+// Everything here runs on the thread that calls it, which must be the JUCE
+// message thread (a ScopedJuceInitialiser_GUI exists): the processor is built,
+// prepared, run block by block and released on that one thread.
+namespace tavrineCli
+{
+
+// The process exit status of every command.
+enum class ExitCode : int
+{
+    success = 0,
+    internalError = 1, // our code or the processor misbehaved
+    usage = 2,         // bad command line
+    input = 3,         // the MIDI file is missing, unreadable or damaged
+    output = 4,        // the WAV file cannot be written
+};
+
+enum class Transport
+{
+    playing,
+    stopped,
+};
+
+enum class RenderAction
+{
+    render,
+    showHelp,
+};
+
+// The command line of `tavrine render`, parsed and range-checked.
+struct RenderOptions
+{
+    static constexpr int kMinSampleRate = 8000;
+    static constexpr int kMaxSampleRate = 384000;
+    static constexpr int kMinBlockSize = 1;
+    static constexpr int kMaxBlockSize = 16384;
+    // The range of the master tempo parameters.
+    static constexpr double kMinBpm = 30.0;
+    static constexpr double kMaxBpm = 300.0;
+    // Bounds the file size and the render time of a mistyped length.
+    static constexpr double kMaxSeconds = 3600.0;
+
+    RenderAction action = RenderAction::render;
+    juce::String midiPath;               // empty: the built-in pattern
+    juce::String outPath { "render.wav" }; // relative paths start at the working directory
+    int sampleRate = 44100;
+    int blockSize = 512;
+    double bpm = 120.0;
+    Transport transport = Transport::playing;
+    std::optional<double> lengthSeconds; // exact length; otherwise MIDI length + tail
+    double tailSeconds = 1.0;
+    int bitsPerSample = 24;
+};
+
+// Parses the arguments that follow "render". Returns an error text, empty on
+// success. "--help" anywhere asks for help, whatever else is on the line.
+[[nodiscard]] juce::String parseRenderOptions (const juce::StringArray& args, RenderOptions& options);
+
+juce::String getRenderHelp();
+
+// The host's transport as the render sees it: a fixed tempo in 4/4, and a
+// position that advances with each block while playing and stays at 0 while
+// stopped (a stopped host does not move its cursor).
+//
+// Set and read on the render thread only.
+class RenderPlayHead final : public juce::AudioPlayHead
+{
+public:
+    RenderPlayHead (double sampleRate, double bpm, Transport transport);
+
+    // The position of the first sample of the block about to be processed.
+    void setBlockStart (juce::int64 samplePosition) noexcept { blockStart = samplePosition; }
+
+    juce::Optional<PositionInfo> getPosition() const override;
+
+private:
+    const double sampleRate;
+    const double bpm;
+    const Transport transport;
+    juce::int64 blockStart = 0;
+
+    JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (RenderPlayHead)
+};
+
+struct OfflineRenderSettings
+{
+    double sampleRate = 44100.0;
+    int blockSize = 512;
+    double bpm = 120.0;
+    Transport transport = Transport::playing;
+    juce::int64 lengthSamples = 0;
+};
+
+// Receives each processed block (all the processor's channels, as many samples
+// as the block holds); returns false to stop the render.
+using BlockSink = std::function<bool (const juce::AudioBuffer<float>& block)>;
+
+// Runs `processor` from start to end as a host's offline bounce does: a play
+// head, non-realtime mode, prepareToPlay at the rate and block size, blocks of
+// `blockSize` (the last one shorter) with the schedule's events at their
+// offsets, then releaseResources. The processor must not be prepared by anyone
+// else meanwhile. Returns false if the sink stopped the render.
+[[nodiscard]] bool renderOffline (juce::AudioProcessor& processor, const MidiSchedule& schedule,
+                                  const OfflineRenderSettings& settings, const BlockSink& sink);
+
+struct RenderSummary
+{
+    juce::File file;
+    juce::int64 lengthSamples = 0;
+    int sampleRate = 0;
+    int bitsPerSample = 0;
+    float peak = 0.0f;
+    // NaN and infinite samples, written as 0.
+    juce::int64 nonFiniteSamples = 0;
+
+    // The one-line report: file, length in samples and seconds, rate, format, peak.
+    juce::String toString() const;
+};
+
+struct RenderResult
+{
+    ExitCode code = ExitCode::success;
+    juce::String errorText; // empty on success
+    RenderSummary summary;
+};
+
+// Renders a TavrinePluginProcessor with `options` into the WAV file they
+// name. The MIDI input is read before the output is touched; a file that
+// fails part-way is deleted.
+RenderResult renderToFile (const RenderOptions& options);
+
+// The same with any processor whose main output is stereo.
+RenderResult renderToFile (const RenderOptions& options, juce::AudioProcessor& processor);
+
+// The whole command: parse, render, report. Summary and help go to `out`,
+// errors and warnings to `err`.
+[[nodiscard]] ExitCode runRenderCommand (const juce::StringArray& args, std::ostream& out, std::ostream& err);
+
+} // namespace tavrineCli

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <juce_audio_formats/juce_audio_formats.h>
+
+// A fixture with a fresh temporary directory, removed after each test.
+class CliTempDirTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        dir = juce::File::getSpecialLocation (juce::File::tempDirectory)
+                  .getNonexistentChildFile ("tavrine-cli-test", {}, false);
+        ASSERT_TRUE (dir.createDirectory().wasOk());
+    }
+    void TearDown() override { dir.deleteRecursively(); }
+
+    juce::File file (const juce::String& name) const { return dir.getChildFile (name); }
+
+    static void writeMidi (const juce::File& target, const juce::MidiFile& midi)
+    {
+        juce::FileOutputStream out (target);
+        ASSERT_TRUE (out.openedOk() && out.truncate().wasOk() && midi.writeTo (out, 1));
+    }
+
+    juce::File dir;
+};
+
+// A WAV file read back through JUCE's readers; lengthSamples is -1 if it
+// does not open.
+struct WavContents
+{
+    juce::int64 lengthSamples = -1;
+    double sampleRate = 0.0;
+    int numChannels = 0, bitsPerSample = 0;
+    bool isFloat = false, allFinite = true;
+};
+
+inline WavContents readWav (const juce::File& wavFile)
+{
+    juce::AudioFormatManager formats;
+    formats.registerBasicFormats();
+    std::unique_ptr<juce::AudioFormatReader> reader (formats.createReaderFor (wavFile));
+    if (reader == nullptr)
+        return {};
+
+    const int length = (int) reader->lengthInSamples;
+    juce::AudioBuffer<float> samples ((int) reader->numChannels, length);
+    reader->read (&samples, 0, length, 0, true, true);
+    WavContents contents { reader->lengthInSamples, reader->sampleRate, (int) reader->numChannels,
+                           (int) reader->bitsPerSample, reader->usesFloatingPointData };
+    for (int ch = 0; ch < samples.getNumChannels(); ++ch)
+        for (int i = 0; i < length; ++i)
+            contents.allFinite = contents.allFinite && std::isfinite (samples.getSample (ch, i));
+    return contents;
+}
