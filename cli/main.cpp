@@ -1,6 +1,7 @@
 #include <iostream>
 
 #include "cli/RenderCommand.h"
+#include "cli/StretchCommand.h"
 
 namespace
 {
@@ -10,6 +11,7 @@ void printUsage (std::ostream& stream)
               "\n"
               "Commands:\n"
               "  render    play MIDI into the player offline and write a WAV file\n"
+              "  stretch   change the length and pitch of an audio file offline\n"
               "\n"
               "'tavrine <command> --help' describes a command.\n";
 }
@@ -52,6 +54,20 @@ int main (int argc, char* argv[])
         catch (const std::exception& e)
         {
             std::cerr << "tavrine render: internal error: " << e.what() << "\n";
+            return toStatus (tavrineCli::ExitCode::internalError);
+        }
+    }
+
+    if (command == "stretch")
+    {
+        // Files and the stretch library only: no message manager is needed.
+        try
+        {
+            return toStatus (tavrineCli::runStretchCommand (args, std::cout, std::cerr));
+        }
+        catch (const std::exception& e)
+        {
+            std::cerr << "tavrine stretch: internal error: " << e.what() << "\n";
             return toStatus (tavrineCli::ExitCode::internalError);
         }
     }
