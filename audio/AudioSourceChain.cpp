@@ -1,11 +1,46 @@
 #include "audio/AudioSourceChain.h"
 
+#include <algorithm>
+
+#include "audio/AudioSourceProviderAdapters.h"
+#include "controllable/api/Parameter.h"
+#include "controllable/api/ParameterValue.h"
+
 namespace qvrControllableAudio
 {
+//==============================================================================
+int AudioSourceChain::BlockPositionCounters::indexOf (int key) const noexcept
+{
+    for (int i = 0; i < count; ++i)
+        if (keys[(size_t) i] == key)
+            return i;
+    return -1;
+}
+
+int AudioSourceChain::BlockPositionCounters::addKey (int key)
+{
+    if (count == capacity)
+    {
+        const int newCapacity = (capacity + capacity / 2 + 8) & ~7;
+        std::unique_ptr<int[]> newKeys (new int[(size_t) newCapacity]);
+        std::unique_ptr<int[]> newValues (new int[(size_t) newCapacity]);
+        std::copy (keys.get(), keys.get() + count, newKeys.get());
+        std::copy (values.get(), values.get() + count, newValues.get());
+        keys = std::move (newKeys);
+        values = std::move (newValues);
+        capacity = newCapacity;
+    }
+    keys[(size_t) count] = key;
+    values[(size_t) count] = 0;
+    return count++;
+}
+
+//==============================================================================
 AudioSourceChain::AudioSourceChain()
     : controllable (new qvrControllableLib::DispatchingControllable (new qvrControllableLib::ForwardToFirstStrategy(),
                                                                      this))
 {
+    chainCounterIndex = counters.addKey (kChainCounterKey);
 }
 
 AudioSourceChain::~AudioSourceChain() = default;
@@ -16,6 +51,52 @@ void AudioSourceChain::addTarget (Controllable* target)
         targets.add (target);
 }
 
+int AudioSourceChain::getBlockPositionCounter (int key) const noexcept
+{
+    const int index = counters.indexOf (key);
+    return index >= 0 ? counters.valueAt (index) : 0;
+}
+
+void AudioSourceChain::setBlockPositionCounter (int key, int value)
+{
+    int index = counters.indexOf (key);
+    if (index < 0)
+        index = counters.addKey (key);
+    counters.valueAt (index) = value;
+}
+
+void AudioSourceChain::addToBlockPositionCounter (int key, int delta)
+{
+    int index = counters.indexOf (key);
+    if (index < 0)
+        index = counters.addKey (key);
+    counters.valueAt (index) += delta;
+}
+
+juce::PositionableAudioSource* AudioSourceChain::getPositionable()
+{
+    return proxy.get();
+}
+
+AudioSourceChain::PositionableProxy* AudioSourceChain::makePositionable()
+{
+    if (proxy != nullptr)
+        return proxy.get();
+    if (head == nullptr || ! head->hasPositionable())
+        return nullptr;
+
+    // The length that the proxy shows is the one nearest to the output.
+    ParameterDefPtr upstreamLength;
+    for (int i = links.size(); --i >= -1 && upstreamLength == nullptr;)
+    {
+        AudioSourceProvider* provider = i >= 0 ? links.getUnchecked (i).get() : head.get();
+        if (provider->hasControllable())
+            upstreamLength = provider->getControllable()->findParameter (PositionableProxy::kTotalLength);
+    }
+    proxy = new PositionableProxy (*this, *head->getPositionable(), upstreamLength.get());
+    return proxy.get();
+}
+
 void AudioSourceChain::setHead (AudioSourceProvider* provider)
 {
     head = provider;
@@ -23,8 +104,15 @@ void AudioSourceChain::setHead (AudioSourceProvider* provider)
         addTarget (provider->getControllable());
 }
 
+void AudioSourceChain::setHeadSource (juce::AudioSource* source, bool owned)
+{
+    setHead (new AudioSourceProviderAdapter (source, owned));
+}
+
 void AudioSourceChain::append (ChainableAudioSourceProvider* provider)
 {
+    if (provider == nullptr)
+        return;
     AudioSourceProvider* previous = links.isEmpty() ? head.get() : links.getLast().get();
     if (previous != nullptr)
         provider->setUpstream (previous->getAudioSource(), previous);
@@ -33,12 +121,17 @@ void AudioSourceChain::append (ChainableAudioSourceProvider* provider)
         addTarget (provider->getControllable());
 }
 
+void AudioSourceChain::appendSource (juce::AudioSource* source, bool owned)
+{
+    append (new ChainableAudioSourceProviderAdapter (source, owned));
+}
+
 void AudioSourceChain::setTimeline (AudioEventTimeline* newTimeline)
 {
-    if (timeline != nullptr)
-        targets.removeObject (timeline.get());
-    timeline = newTimeline;
-    addTarget (newTimeline);
+    if (auto* old = getTimeline())
+        targets.removeObject (old);
+    queue = new AudioEventQueue (newTimeline);
+    addTarget (queue->getTimeline());
 }
 
 juce::AudioSource* AudioSourceChain::getPulledSource() const
@@ -71,22 +164,124 @@ void AudioSourceChain::releaseResources()
 
 void AudioSourceChain::getNextAudioBlock (const juce::AudioSourceChannelInfo& info)
 {
+    counters.valueAt (chainCounterIndex) = 0;
     auto* source = getPulledSource();
+    // A zero-sample block renders nothing, fires nothing and advances nothing.
     if (source == nullptr || info.numSamples <= 0)
         return;
-    renderSegment (info, source, info.numSamples);
+    blockStarting (info.numSamples);
+
+    juce::AudioSourceChannelInfo rest (info.buffer, info.startSample, info.numSamples);
+    int eventsWithoutAudio = 0;
+    for (;;)
+    {
+        int samplesUntil = -1;
+        AudioEventPtr event = queue != nullptr ? queue->next (samplesUntil) : nullptr;
+
+        // An event at or beyond the end of the block belongs to a later one.
+        if (event == nullptr || samplesUntil >= rest.numSamples || eventsWithoutAudio >= kMaxEventsWithoutAudio)
+        {
+            renderSegment (rest, source, rest.numSamples);
+            return;
+        }
+        if (samplesUntil > 0)
+        {
+            renderSegment (rest, source, samplesUntil);
+            rest.startSample += samplesUntil;
+            rest.numSamples -= samplesUntil;
+            eventsWithoutAudio = 0;
+        }
+        applyEvent (event.get(), source);
+        ++eventsWithoutAudio;
+    }
 }
 
 void AudioSourceChain::renderSegment (const juce::AudioSourceChannelInfo& info, juce::AudioSource* source,
                                       int numSamples)
 {
-    juce::AudioSourceChannelInfo segment (info.buffer, info.startSample, numSamples);
+    if (numSamples <= 0)
+        return;
+    const juce::AudioSourceChannelInfo segment (info.buffer, info.startSample, numSamples);
     source->getNextAudioBlock (segment);
-    if (timeline != nullptr)
+    counters.valueAt (chainCounterIndex) += numSamples;
+    if (auto* timeline = getTimeline())
         timeline->advance (numSamples);
     segmentRendered (numSamples);
 }
 
+void AudioSourceChain::applyEvent (AudioEvent* event, juce::AudioSource* source)
+{
+    juce::ignoreUnused (source);
+    // Held for the call: the event may leave its queue while it works, and
+    // the queue then keeps the last reference (it never dies here).
+    const AudioEventPtr holder (event);
+    event->fire();
+    eventApplied (event);
+}
+
+//==============================================================================
+AudioSourceChain::PositionableProxy::PositionableProxy (AudioSourceChain& owner,
+                                                        juce::PositionableAudioSource& headPositionable,
+                                                        ParameterDef* upstreamTotalLength)
+    : chain (owner), positionable (headPositionable), watchedTotalLength (upstreamTotalLength)
+{
+    addParameter (nextReadPosition.getParameter(), true);
+    addParameter (totalLength.getParameter(), true);
+    positionValue.connect (nextReadPosition->getValue().get());
+    lengthValue.connect (totalLength->getValue().get());
+    if (watchedTotalLength != nullptr)
+    {
+        watchedTotalLength->addChangeListener (this, true);
+        lengthValue.setNotifying (watchedTotalLength->getValue()->getInt());
+    }
+}
+
+AudioSourceChain::PositionableProxy::~PositionableProxy()
+{
+    if (watchedTotalLength != nullptr)
+        watchedTotalLength->removeChangeListener (this, true);
+}
+
+void AudioSourceChain::PositionableProxy::publishPosition()
+{
+    // The framework's positions are 32-bit: the low bits of the head's.
+    positionValue.setNotifying ((int) positionable.getNextReadPosition());
+}
+
+void AudioSourceChain::PositionableProxy::prepareToPlay (int samplesPerBlockExpected, double sampleRate)
+{
+    chain.prepareToPlay (samplesPerBlockExpected, sampleRate);
+    publishPosition();
+    lengthValue.setNotifying ((int) positionable.getTotalLength());
+}
+
+void AudioSourceChain::PositionableProxy::releaseResources()
+{
+    chain.releaseResources();
+}
+
+void AudioSourceChain::PositionableProxy::getNextAudioBlock (const juce::AudioSourceChannelInfo& info)
+{
+    const int wanted = nextReadPosition.read();
+    if ((juce::int64) wanted != positionable.getNextReadPosition())
+        positionable.setNextReadPosition (wanted);
+    chain.getNextAudioBlock (info);
+    publishPosition();
+}
+
+void AudioSourceChain::PositionableProxy::setNextReadPosition (juce::int64 newPosition)
+{
+    positionable.setNextReadPosition (newPosition);
+    publishPosition();
+}
+
+void AudioSourceChain::PositionableProxy::parameterChanged (ParameterDef* parameter)
+{
+    if (parameter == watchedTotalLength.get())
+        lengthValue.setNotifying (parameter->getValue()->getInt());
+}
+
+//==============================================================================
 BlockSizeLimitingSource::BlockSizeLimitingSource()
 {
     maxBlockSize.minimum = 1;

@@ -86,6 +86,12 @@ int MeridexAudioSource::selectedModeNumber() const
     return meridex::kModeTable[index].modeNumber;
 }
 
+bool MeridexAudioSource::isBypassing() const
+{
+    return bypassWhenNeutral && isNeutral (stretchFactor.read()) && isNeutral (pitchFactor.read())
+           && isNeutral (1.0 / formantFactor.read());
+}
+
 int MeridexAudioSource::getEngineMode() const noexcept
 {
     return (proEngine != nullptr || v3Engine != nullptr) ? mode : -1;
@@ -259,6 +265,9 @@ void MeridexAudioSource::renderPiece (juce::AudioBuffer<float>& buffer, int star
                                            : proEngine->processData (inputs, framesNeeded, outputs);
     if (result != meridex::kNoError)
         buffer.clear (start, numSamples);
+    // One stereo set is stretched: further channels of the block carry nothing.
+    for (int c = kChannels; c < buffer.getNumChannels(); ++c)
+        buffer.clear (c, start, numSamples);
 
     if (! inputMuted)
         meridexReadAhead.write (meridexReadAhead.read() + framesNeeded - numSamples / (double) stretch);

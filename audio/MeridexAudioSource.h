@@ -68,6 +68,9 @@ public:
     // With it, releaseResources only resets the engine.
     void setKeepOnRelease (bool keep) noexcept { keepOnRelease = keep; }
 
+    // Whether the factors are neutral enough for a bypassing source to pass
+    // its upstream through as it is.
+    bool isBypassing() const;
     // The mode number of the engine in use (kModeTable), -1 without engine.
     int getEngineMode() const noexcept;
     // Input frames needed for one internal block at 44100 Hz with the current

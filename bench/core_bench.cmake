@@ -4,3 +4,6 @@ add_executable(tavrine_bench
     shell/ProcessBlockBench.cpp)
 target_link_libraries(tavrine_bench PRIVATE tavrine_core benchmark::benchmark)
 tavrine_set_warnings(tavrine_bench)
+# Sources of the audio graph: one loop's chain.
+target_sources(tavrine_bench PRIVATE
+    audio/LoopChainBench.cpp)

@@ -5,6 +5,7 @@
 #include "engine/TavrineEngineDispatcher.h"
 #include "engine/TavrineLoop.h"
 #include "engine/TavrineLoopMixer.h"
+#include "engine/SnapParameterFactory.h"
 #include "engine/TavrineMasterChain.h"
 
 // The whole player: 72 loops, the mixer, the master chain, the dispatcher
@@ -48,6 +49,7 @@ public:
     TavrineEngineDispatcher& getDispatcher() noexcept { return *dispatcher; }
     qvrControllableAudio::SampleRateConverter& getSampleRateConverter() noexcept { return *sampleRateConverter; }
     qvrControllableAPI::ParameterDef* getTargetKey() const noexcept { return targetKey.get(); }
+    SnapParameterFactory& getSnapFactory() noexcept { return *snapFactory; }
 
     // "C1" for key 0 ... "B6" for key 71.
     static juce::String getKeyName (int keyIndex);
@@ -56,6 +58,7 @@ private:
     void createLoop();
 
     const int numOutputBuses;
+    std::unique_ptr<SnapParameterFactory> snapFactory;
     juce::ReferenceCountedArray<TavrineLoop> loops;
     juce::Array<qvrControllableLib::BoolShortcutValue> triggers;
     juce::ReferenceCountedObjectPtr<qvrControllableLib::BasicControllable> targetKeyHolder;

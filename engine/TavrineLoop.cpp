@@ -6,7 +6,10 @@
 #include "engine/TavrineEngine.h"
 
 TavrineLoop::TavrineLoop (TavrineEngine& owner, TavrineLoopMixer& loopMixer, int numOutputBuses)
-    : engine (owner), mixer (loopMixer), ownParameters (new qvrControllableLib::BasicControllable())
+    : MemorizingAudioChain (kMemoryCapacitySamples),
+      engine (owner),
+      mixer (loopMixer),
+      ownParameters (new qvrControllableLib::BasicControllable())
 {
     defineParameters (numOutputBuses);
     addTarget (ownParameters.get());
@@ -138,6 +141,17 @@ void TavrineLoop::applyPendingTrigger()
     engine.triggerKey (keyIndex, pending, false, pendingVelocity.load());
 }
 
+void TavrineLoop::syncTick()
+{
+    if (trigger.read() && ! playing.read())
+    {
+        if (keyIndex < 0)
+            keyIndex = engine.indexOfLoop (this);
+        engine.flushReadAhead (this, nullptr);
+        playing.write (true);
+    }
+}
+
 void TavrineLoop::setVelocity (double velocity)
 {
     gainFine.write (velocity);
@@ -157,5 +171,22 @@ void TavrineLoop::getNextAudioBlock (const juce::AudioSourceChannelInfo& info)
     }
     // A loop without a sample source has nothing to add.
     info.clearActiveBufferRegion();
-    AudioSourceChain::getNextAudioBlock (info);
+    MemorizingAudioChain::getNextAudioBlock (info);
+}
+
+void TavrineLoop::segmentRendered (int numSamples)
+{
+    // A plain store without notification: a count that moves every segment
+    // is polled by its readers, not pushed to them.
+    *samplesPlayedInLoop.getRaw() += numSamples;
+}
+
+void TavrineLoop::rewind (int numSamples)
+{
+    const int length = totalLength.read();
+    if (length <= 0 || numSamples < 1)
+        return;
+    const int position = ((nextReadPosition.read() - numSamples) % length + length) % length;
+    nextReadPosition.write (position);
+    *samplesPlayedInLoop.getRaw() -= numSamples;
 }

@@ -2,19 +2,21 @@
 
 #include <atomic>
 
-#include "audio/AudioSourceChain.h"
+#include "audio/MemorizingAudioChain.h"
 #include "controllable/handle/ParamDefHandle.h"
 
 class TavrineEngine;
 class TavrineLoopMixer;
 
 // One playable key: its parameters and its chain. The engine makes 72 at
-// start-up; a loop exists whether or not a sample is assigned.
+// start-up; a loop exists whether or not a sample is assigned. The chain
+// memorises what it played, so that the engine can have it replayed after
+// the master stretcher drops its read-ahead.
 //
 // Threads: parameters are written from the message thread or host threads and
 // read on the audio thread through raw handles. `trigger` itself changes on
 // the audio thread only (triggerKey); other threads set the pending trigger.
-class TavrineLoop : public qvrControllableAudio::AudioSourceChain,
+class TavrineLoop : public qvrControllableAudio::MemorizingAudioChain,
                     private qvrControllableAPI::ParameterChangeListener
 {
 public:
@@ -49,6 +51,9 @@ public:
     static constexpr const char* kLoading = "loading";
     static constexpr const char* kAdjusting = "adjusting";
     static constexpr const char* kRendering = "rendering";
+    // Samples per channel the loop can replay: more than the master
+    // stretcher ever holds ahead (the ring rounds it up to 32768).
+    static constexpr int kMemoryCapacitySamples = 27648;
 
     TavrineLoop (TavrineEngine& engine, TavrineLoopMixer& mixer, int numOutputBuses);
     ~TavrineLoop() override;
@@ -60,13 +65,15 @@ public:
     void applyPendingTrigger();
     // Writes gain.fine, notifying if it changed.
     void setVelocity (double velocity);
+    // Audio thread, on each tick of the trigger sync grid: a loop that waits
+    // for the grid (triggered, not playing) starts now.
+    void syncTick();
+    // A sample whose file name holds "_s_" has no beat and stays out of the
+    // trigger group. Set when the loop's sample changes.
+    void setSampleName (const juce::String& fileName) noexcept { noBeat.store (fileName.contains ("_s_")); }
+    bool hasNoBeat() const noexcept { return noBeat.load(); }
     // Audio thread: whether the mixer must render this loop.
     bool isActive() const noexcept;
-
-    // Audio thread. The loop keeps no memory of what it played yet, so there
-    // is nothing to rewind or drop.
-    void rewindMemory (int numSamples) { juce::ignoreUnused (numSamples); }
-    void dropMemory (int numSamples) { juce::ignoreUnused (numSamples); }
 
     // Audio thread.
     void getNextAudioBlock (const juce::AudioSourceChannelInfo& info) override;
@@ -105,6 +112,13 @@ public:
     qvrControllableHandle::BoolParamDefHandle adjusting { kAdjusting };
     qvrControllableHandle::BoolParamDefHandle rendering { kRendering };
 
+protected:
+    // Audio thread: counts the samples played since the trigger.
+    void segmentRendered (int numSamples) override;
+    // Audio thread: moves the read position back by numSamples, modulo the
+    // sample's length, and takes them off the count since the trigger.
+    void rewind (int numSamples) override;
+
 private:
     void defineParameters (int numOutputBuses);
     // Keeps the pending trigger equal to the trigger after every change, so
@@ -116,6 +130,7 @@ private:
     juce::ReferenceCountedObjectPtr<qvrControllableLib::BasicControllable> ownParameters;
     int keyIndex = -1;
     std::atomic<bool> pendingTrigger { false };
+    std::atomic<bool> noBeat { false };
     std::atomic<float> pendingVelocity { 1.0f };
 
     JUCE_DECLARE_NON_COPYABLE (TavrineLoop)

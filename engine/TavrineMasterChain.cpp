@@ -12,16 +12,35 @@ using namespace qvrControllableAPI;
 TavrineMasterChain::TavrineMasterChain (TavrineEngine& owner, TavrineLoopMixer& mixer)
     : engine (owner),
       ownParameters (new qvrControllableLib::BasicControllable()),
-      limiter (new qvrControllableAudio::BlockSizeLimitingSource())
+      stretcher (new qvrControllableAudio::MeridexAudioSource (true)),
+      limiter (new qvrControllableAudio::BlockSizeLimitingSource()),
+      gainSource (new qvrControllableAudio::GainAudioSource())
 {
     defineParameters();
 
-    setHead (&mixer);
-    limiter->maxBlockSize.write (kMaxBlockSize);
-    append (limiter.get());
-
     timeline = new TavrineMasterTimeline (outputBpm.get(), triggerPlayMode.get());
     setTimeline (timeline.get());
+
+    setHead (&mixer);
+    // The master stretcher runs in real time on the whole mix; the cheaper
+    // engine keeps the cost of a tempo change between master and output low.
+    stretcher->meridexProcMode.write ("Efficient V3");
+    append (stretcher.get());
+    limiter->maxBlockSize.write (kMaxBlockSize);
+    append (limiter.get());
+    gainSource->gain.minimum = 0.0001;
+    gainSource->detectClipping.defaultValue = true;
+    appendSource (gainSource.get(), false);
+    triggerSync = new TriggerSyncMasterSource (engine, *timeline, *getEventQueue(), engine.getSnapFactory(),
+                                               triggerPlayMode.get(), masterBpm.get());
+    append (triggerSync.get());
+
+    stretchFactor.bind (stretcher->stretchFactor.getParameter());
+    meridexReadAhead.bind (stretcher->meridexReadAhead.getParameter());
+    gain.bind (gainSource->gain.getParameter());
+    detectClipping.bind (gainSource->detectClipping.getParameter());
+    triggerSyncSnapMode.bind (triggerSync->triggerSyncSnapMode.getParameter());
+    triggerSyncSnapTimes.bind (triggerSync->triggerSyncSnapTimes.getParameter());
 
     // Synchronous: the tempo logic must act on the thread of the write, so
     // that the audio thread's own tempo write settles within its block.
@@ -71,23 +90,6 @@ void TavrineMasterChain::defineParameters()
     outputBpm->setConverter (new qvrControllableLib::OutputBpmConverter());
     p.addParameter (outputBpm.getParameter(), true);
 
-    stretchFactor.defaultValue = 1.0;
-    p.addParameter (stretchFactor.getParameter(), true);
-    p.addParameter (meridexReadAhead.getParameter(), true);
-
-    gain.minimum = 0.0001;
-    gain.maximum = 2.0;
-    gain.defaultValue = 1.0;
-    p.addParameter (gain.getParameter());
-
-    detectClipping.defaultValue = true;
-    p.addParameter (detectClipping.getParameter());
-
-    triggerSyncSnapMode.defaultValue = 4;
-    p.addParameter (triggerSyncSnapMode.getParameter());
-
-    triggerSyncSnapTimes.bind (qvrControllableLib::ParameterTypes::floatListType().createParameter (kTriggerSyncSnapTimes));
-    p.addParameter (triggerSyncSnapTimes.getParameter());
 }
 
 void TavrineMasterChain::setRealtimeStretching (bool enabled)
@@ -152,8 +154,25 @@ void TavrineMasterChain::applyTempoLogic (ParameterDef* parameter, bool settingC
 
 int TavrineMasterChain::captureReadAhead()
 {
-    // No stretcher sits in the chain yet, so nothing is ever held ahead.
-    return (int) std::lround (meridexReadAhead.read());
+    const int readAhead = (int) std::lround (meridexReadAhead.read());
+    // A bypassed stretcher holds nothing, whatever its last count says.
+    if (readAhead < 1 || stretcher->isBypassing())
+        return 0;
+
+    // What the stretcher has in flight is heard for 64 more samples, fading
+    // out under the new audio; with its input muted it pulls nothing from the
+    // loops, which are then rewound by what it had read ahead.
+    const auto position = timeline->getSamplePosition();
+    stretcher->setInputMuted (true);
+    captureBuffer.clear();
+    AudioSourceChain::getNextAudioBlock (juce::AudioSourceChannelInfo (&captureBuffer, 0, kCrossfadeSamples));
+    stretcher->setInputMuted (false);
+    timeline->setSamplePosition (position);
+    for (int c = 0; c < captureBuffer.getNumChannels(); ++c)
+        captureBuffer.applyGainRamp (c, 0, kCrossfadeSamples, 1.0f, 0.0f);
+    crossfadeRemaining = kCrossfadeSamples;
+    stretcher->resetEngine();
+    return readAhead;
 }
 
 void TavrineMasterChain::getNextAudioBlock (const juce::AudioSourceChannelInfo& info)
@@ -162,6 +181,7 @@ void TavrineMasterChain::getNextAudioBlock (const juce::AudioSourceChannelInfo& 
         loop->applyPendingTrigger();
 
     AudioSourceChain::getNextAudioBlock (info);
+    triggerSync->checkSyncTick (info.numSamples);
 
     if (crossfadeRemaining > 0)
     {

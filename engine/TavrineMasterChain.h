@@ -4,13 +4,19 @@
 
 #include "audio/AudioSourceChain.h"
 #include "controllable/api/ControllableAPI.h"
+#include "audio/GainAudioSource.h"
+#include "audio/MeridexAudioSource.h"
 #include "engine/TavrineMasterTimeline.h"
+#include "engine/TriggerSyncMasterSource.h"
 
 class TavrineEngine;
 class TavrineLoopMixer;
 
-// The last stage before the rate converter: the loop mixer, then the block
-// size limiter (128 samples), driven by the master timeline. Owns the master
+// The last stage before the rate converter: the loop mixer, the stretcher
+// (realtime, one stereo set, bypassed while master and output tempo agree),
+// the block size limiter (128 samples, so that stretcher, mixer and loops
+// never see a larger request), the output gain with its clipping watch and
+// the trigger sync, driven by the master timeline. Owns the master
 // parameters and the tempo logic that keeps master and output tempo related
 // by output tempo = master tempo / stretchFactor.
 //
@@ -61,12 +67,17 @@ public:
     qvrControllableHandle::BoolParamDefHandle renderTrigger { kRenderTrigger };
     qvrControllableHandle::FloatParamDefHandle masterBpm { kMasterBpm };
     qvrControllableHandle::FloatParamDefHandle outputBpm { kOutputBpm };
-    qvrControllableHandle::FloatParamDefHandle stretchFactor { kStretchFactor };
-    qvrControllableHandle::FloatParamDefHandle meridexReadAhead { kMeridexReadAhead };
-    qvrControllableHandle::FloatParamDefHandle gain { kGain };
-    qvrControllableHandle::BoolParamDefHandle detectClipping { kDetectClipping };
-    qvrControllableHandle::IntParamDefHandle triggerSyncSnapMode { kTriggerSyncSnapMode };
+    // Published by the chain's stages, bound here for the chain's own use.
+    qvrControllableHandle::FloatParamDefHandle stretchFactor;
+    qvrControllableHandle::FloatParamDefHandle meridexReadAhead;
+    qvrControllableHandle::FloatParamDefHandle gain;
+    qvrControllableHandle::BoolParamDefHandle detectClipping;
+    qvrControllableHandle::IntParamDefHandle triggerSyncSnapMode;
     qvrControllableHandle::FloatParamDefHandle triggerSyncSnapTimes;
+
+    qvrControllableAudio::MeridexAudioSource& getStretcher() noexcept { return *stretcher; }
+    TriggerSyncMasterSource& getTriggerSync() noexcept { return *triggerSync; }
+    qvrControllableAudio::GainAudioSource& getGainSource() noexcept { return *gainSource; }
 
 private:
     void defineParameters();
@@ -74,7 +85,10 @@ private:
 
     TavrineEngine& engine;
     juce::ReferenceCountedObjectPtr<qvrControllableLib::BasicControllable> ownParameters;
+    juce::ReferenceCountedObjectPtr<qvrControllableAudio::MeridexAudioSource> stretcher;
     juce::ReferenceCountedObjectPtr<qvrControllableAudio::BlockSizeLimitingSource> limiter;
+    juce::ReferenceCountedObjectPtr<qvrControllableAudio::GainAudioSource> gainSource;
+    juce::ReferenceCountedObjectPtr<TriggerSyncMasterSource> triggerSync;
     juce::ReferenceCountedObjectPtr<TavrineMasterTimeline> timeline;
     std::atomic<bool> realtimeStretching { false };
     qvrControllableHandle::BoolParamDefHandle realtimeSetting;

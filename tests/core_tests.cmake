@@ -14,6 +14,7 @@ add_executable(tavrine_tests
     engine/EngineDispatchTest.cpp
     engine/MasterTempoTest.cpp
     engine/SampleRateConverterTest.cpp
+    engine/TriggerSyncTest.cpp
     shell/ProcessorMidiTest.cpp
     shell/ProcessorHostTableTest.cpp
     shell/SettingsTest.cpp
@@ -22,3 +23,21 @@ add_executable(tavrine_tests
 target_link_libraries(tavrine_tests PRIVATE tavrine_core GTest::gtest)
 tavrine_set_warnings(tavrine_tests)
 gtest_discover_tests(tavrine_tests DISCOVERY_TIMEOUT 120 PROPERTIES LABELS "core")
+# Events, chains and crossfades.
+target_sources(tavrine_tests PRIVATE
+    audio/ChainTestSources.h
+    audio/AudioEventQueueTest.cpp
+    audio/AudioSourceChainTest.cpp
+    audio/EventCrossfadeAudioChainTest.cpp
+    audio/MemorizingAudioChainTest.cpp
+    audio/ChainScenarioTest.cpp
+    engine/LoopMemoryTest.cpp)
+# General-purpose sources of the audio graph.
+target_sources(tavrine_tests PRIVATE
+    audio/AudioSourceTestSupport.h
+    audio/GainAudioSourceTest.cpp
+    audio/MemoryAudioSourceTest.cpp
+    audio/AudioResamplerTest.cpp
+    audio/BalanceAndEqSourceTest.cpp
+    audio/ParameterInterpolatorTest.cpp
+    audio/LoopChainSourcesTest.cpp)

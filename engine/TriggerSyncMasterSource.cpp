@@ -1,0 +1,126 @@
+#include "engine/TriggerSyncMasterSource.h"
+
+#include <cmath>
+
+#include "audio/AudioEventQueue.h"
+#include "engine/SnapParameterFactory.h"
+#include "engine/TavrineEngine.h"
+
+using namespace qvrControllableAPI;
+
+// The grid tick: priority 0, so that on a shared position every other event
+// of the master timeline has fired before loops are started.
+class TriggerSyncMasterSource::TickEvent : public qvrControllableAudio::AbstractAudioEvent
+{
+public:
+    explicit TickEvent (TriggerSyncMasterSource& s) : AbstractAudioEvent (0, "TriggerSyncMasterEvent"), source (s) {}
+
+    // Enabled while trigger play mode is on and a master tempo is known.
+    bool isEnabled() override
+    {
+        return AbstractAudioEvent::isEnabled() && source.triggerPlayMode.read() && source.masterBpm.read() > 0.0;
+    }
+
+    void process() override { source.tick(); }
+
+private:
+    TriggerSyncMasterSource& source;
+};
+
+TriggerSyncMasterSource::TriggerSyncMasterSource (TavrineEngine& owner, TavrineMasterTimeline& masterTimeline,
+                                                  qvrControllableAudio::AudioEventQueue& eventQueue,
+                                                  SnapParameterFactory& factory, ParameterDef* triggerPlayModeParameter,
+                                                  ParameterDef* masterBpmParameter)
+    : engine (owner), timeline (masterTimeline), queue (&eventQueue), triggerPlayMode (triggerPlayModeParameter),
+      masterBpm (masterBpmParameter)
+{
+    const auto grid = factory.createGrid (*this, "triggerSync", kDefaultSnapMode, false);
+    triggerSyncSnapMode.bind (grid.snapMode);
+    triggerSyncSnapTimes.bind (grid.snapTimes);
+
+    group.ensureStorageAllocated (TavrineEngine::kNumLoops);
+    event = new TickEvent (*this);
+    queue->add (event.get());
+
+    for (auto* p : { triggerSyncSnapMode.get(), triggerPlayMode.get(), masterBpm.get() })
+        p->addChangeListener (this, true);
+}
+
+TriggerSyncMasterSource::~TriggerSyncMasterSource()
+{
+    for (auto* p : { triggerSyncSnapMode.get(), triggerPlayMode.get(), masterBpm.get() })
+        p->removeChangeListener (this, true);
+    queue->remove (event.get());
+}
+
+void TriggerSyncMasterSource::getNextAudioBlock (const juce::AudioSourceChannelInfo& info)
+{
+    if (auto* upstream = getUpstreamSource())
+        upstream->getNextAudioBlock (info);
+    else
+        info.clearActiveBufferRegion();
+}
+
+double TriggerSyncMasterSource::nextTick (double position) const
+{
+    const double floorBar = std::floor (position);
+    const double fraction = position - floorBar;
+    // The grid is i / n, the same positions the snap times list holds; the
+    // list itself may be rebuilt on the message thread meanwhile.
+    const int n = juce::jmax (1, triggerSyncSnapMode.read());
+    for (int i = 0; i <= n; ++i)
+    {
+        const double t = (double) i / n;
+        if (t - fraction > 1.0 / (n + 1))
+            return floorBar + t;
+    }
+    return floorBar + 1.0;
+}
+
+void TriggerSyncMasterSource::reschedule()
+{
+    event->setTime (nextTick (timeline.getPosition()));
+}
+
+bool TriggerSyncMasterSource::addToTriggerGroup (TavrineLoop* loop, bool start)
+{
+    if (! start)
+    {
+        group.removeFirstMatchingValue (loop);
+        return true;
+    }
+    // A sample without a beat plays at once and leaves the grid alone.
+    if (loop->hasNoBeat())
+        return true;
+    if (! group.contains (loop))
+        group.add (loop);
+    if (group.size() > 1)
+        return ! triggerPlayMode.read();
+
+    // The first loop defines the grid: it starts now, and the grid with it.
+    timeline.setPosition (0.0);
+    reschedule();
+    return true;
+}
+
+void TriggerSyncMasterSource::checkSyncTick (int blockSize)
+{
+    const double time = event->getTime();
+    if (time <= 0.0)
+        return;
+    if (timeline.getPosition() - time > timeline.getStep() * blockSize)
+        reschedule();
+}
+
+void TriggerSyncMasterSource::tick()
+{
+    reschedule();
+    ++ticks;
+    for (auto* loop : engine.getLoops())
+        loop->syncTick();
+}
+
+void TriggerSyncMasterSource::parameterChanged (ParameterDef*)
+{
+    reschedule();
+}

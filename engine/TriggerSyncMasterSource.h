@@ -1,0 +1,82 @@
+#pragma once
+
+#include "audio/AbstractAudioEvent.h"
+#include "audio/AudioEventQueue.h"
+#include "audio/AudioSourceProvider.h"
+#include "controllable/handle/ParamDefHandle.h"
+#include "controllable/lib/Controllables.h"
+
+class TavrineEngine;
+class TavrineLoop;
+class TavrineMasterTimeline;
+class SnapParameterFactory;
+
+// Keeps loops started in trigger play mode on one free-running grid. The
+// first loop of a group starts at once and defines the grid; later ones wait
+// for the next tick; loops whose sample name holds "_s_" stay outside. The
+// source passes audio through untouched; its one event in the master
+// timeline's queue ticks the grid.
+//
+// Threads: addToTriggerGroup, checkSyncTick and the event run on the audio
+// thread. The group is preallocated for every loop, so joining allocates
+// nothing.
+class TriggerSyncMasterSource : public qvrControllableAudio::ChainableAudioSourceProvider,
+                                public juce::AudioSource,
+                                public qvrControllableLib::BasicControllable,
+                                private qvrControllableAPI::ParameterChangeListener
+{
+public:
+    static constexpr int kDefaultSnapMode = 4;
+
+    // The event goes into `queue`, the master chain's queue over `timeline`.
+    TriggerSyncMasterSource (TavrineEngine& engine, TavrineMasterTimeline& timeline,
+                             qvrControllableAudio::AudioEventQueue& queue, SnapParameterFactory& factory,
+                             qvrControllableAPI::ParameterDef* triggerPlayMode, qvrControllableAPI::ParameterDef* masterBpm);
+    ~TriggerSyncMasterSource() override;
+
+    juce::AudioSource* getAudioSource() override { return this; }
+    Controllable* getControllable() override { return this; }
+
+    void prepareToPlay (int, double) override {}
+    void releaseResources() override {}
+    // Audio thread: the upstream, untouched.
+    void getNextAudioBlock (const juce::AudioSourceChannelInfo& info) override;
+
+    // The next grid position after `position` (bars): the first snap time t
+    // of the current bar with t - fraction above 1 / (n + 1), else the next
+    // bar's start.
+    double nextTick (double position) const;
+    // start: join the group (true: start now; false: wait for a tick).
+    // !start: leave it (always true).
+    bool addToTriggerGroup (TavrineLoop* loop, bool start);
+    // After each block: a tick the timeline ran past by more than one block
+    // is moved to the next grid position.
+    void checkSyncTick (int blockSize);
+    // Moves the event to the next tick after the timeline's position.
+    void reschedule();
+
+    bool isInGroup (const TavrineLoop* loop) const noexcept { return group.contains (const_cast<TavrineLoop*> (loop)); }
+    int getNumTicks() const noexcept { return ticks; }
+    qvrControllableAudio::AudioEvent* getEvent() const noexcept { return event.get(); }
+
+    qvrControllableHandle::IntParamDefHandle triggerSyncSnapMode;
+    qvrControllableHandle::FloatParamDefHandle triggerSyncSnapTimes;
+
+private:
+    class TickEvent;
+    void parameterChanged (qvrControllableAPI::ParameterDef* parameter) override;
+    void tick();
+
+    TavrineEngine& engine;
+    TavrineMasterTimeline& timeline;
+    // Counted: the chain may let go of its queue before its stages, and the
+    // event must leave the queue when this source goes.
+    juce::ReferenceCountedObjectPtr<qvrControllableAudio::AudioEventQueue> queue;
+    qvrControllableHandle::BoolParamDefHandle triggerPlayMode;
+    qvrControllableHandle::FloatParamDefHandle masterBpm;
+    juce::Array<TavrineLoop*> group;
+    juce::ReferenceCountedObjectPtr<qvrControllableAudio::AbstractAudioEvent> event;
+    int ticks = 0;
+
+    JUCE_DECLARE_NON_COPYABLE (TriggerSyncMasterSource)
+};

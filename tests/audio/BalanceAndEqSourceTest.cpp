@@ -1,0 +1,138 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "audio/InterpolatedBalanceSource.h"
+#include "audio/MemoryAudioSource.h"
+#include "audio/ParamEqSource.h"
+#include "tests/audio/AudioSourceTestSupport.h"
+
+using namespace qvrControllableAudio;
+using namespace tavrine::test;
+
+namespace
+{
+// A looping memory source over `data` in front of a new `Link`.
+template <typename Link>
+struct Fed
+{
+    explicit Fed (juce::AudioBuffer<float>& data)
+    {
+        memory.setBuffer (&data, false);
+        memory.sourceLooping.write (true);
+        link->setUpstream (&memory, head.get());
+    }
+    ~Fed() { link->detachUpstream(); }
+
+    void prepare() { link->getAudioSource()->prepareToPlay (512, 44100.0); }
+    juce::AudioBuffer<float> run (int channels, int length, int block = 512)
+    {
+        return render (*link->getAudioSource(), channels, length, block);
+    }
+
+    MemoryAudioSource memory;
+    juce::ReferenceCountedObjectPtr<HeadLink> head { new HeadLink (memory) };
+    juce::ReferenceCountedObjectPtr<Link> link { new Link() };
+};
+
+void setShape (ParamEqSource& eq, const char* type, const char* slope, double frequency)
+{
+    eq.filterType.write (type);
+    eq.filterSlope.write (slope);
+    eq.filterFrequency.write (frequency);
+}
+
+// Power response in dB of one stage set as the source sets it.
+double stageResponseDb (int type, float frequency, float q, float atHz)
+{
+    qvrParamEQ::CParametricEqIf* raw = nullptr;
+    EXPECT_EQ (qvrParamEQ::CParametricEqIf::createInstance (&raw, 44100.0f, 2), 0);
+    std::unique_ptr<qvrParamEQ::CParametricEqIf> stage (raw);
+    EXPECT_EQ (stage->setType (type) + stage->setParameter (qvrParamEQ::kFrequency, frequency)
+                   + stage->setParameter (qvrParamEQ::kQ, q),
+               0);
+    return stage->getResponseDb (atHz);
+}
+} // namespace
+
+TEST (BalanceSource, AtOneSilencesEvenChannelsAndLeavesOddChannelsUntouched)
+{
+    auto data = makeNoise (4, 2048, 1);
+    Fed<InterpolatedBalanceSource> fed (data);
+    fed.link->balance.write (1.0);
+    fed.prepare(); // playback starts at the setting
+    const auto out = fed.run (4, 2048);
+    for (int c = 0; c < 4; ++c)
+        for (int i = 0; i < 2048; ++i)
+            ASSERT_EQ (out.getSample (c, i), c % 2 == 0 ? 0.0f : data.getSample (c, i)) << c << " " << i;
+}
+
+TEST (EqSource, LowAt24dBAttenuates8kHzByTwoCascadedStagesAndPasses100Hz)
+{
+    for (double hz : { 8000.0, 100.0 })
+    {
+        auto data = makeSine (2, 22050, hz);
+        Fed<ParamEqSource> fed (data);
+        setShape (*fed.link, "Low", "24dB", 1000.0);
+        fed.prepare();
+        const auto out = fed.run (2, 22050);
+        // After the filters settle.
+        const double gainDb = 20.0 * std::log10 (out.getRMSLevel (1, 11025, 11025) / data.getRMSLevel (1, 11025, 11025));
+        const double expected = 2.0 * stageResponseDb (qvrParamEQ::kLowPass2, 1000.0f, 0.5f, (float) hz);
+        EXPECT_NEAR (gainDb, expected, hz > 1000.0 ? 1.0 : 0.2) << hz;
+        EXPECT_TRUE (hz > 1000.0 ? expected < -60.0 : std::abs (gainDb) < 0.2) << hz;
+    }
+}
+
+TEST (EqSource, TypesMapToTheirBiquadsSlopesCountStagesAndOffPassesUntouched)
+{
+    auto data = makeNoise (2, 256, 3);
+    Fed<ParamEqSource> fed (data);
+    auto& eq = *fed.link;
+    fed.prepare();
+    const std::pair<const char*, int> types[] = { { "Low", qvrParamEQ::kLowPass2 },
+                                                  { "High", qvrParamEQ::kHighPass2 },
+                                                  { "Band", qvrParamEQ::kBandPass2 },
+                                                  { "Notch", qvrParamEQ::kNotch2 } };
+    const char* slopes[] = { "12dB", "24dB", "36dB", "48dB", "60dB", "72dB" };
+    for (int i = 0; i < 4; ++i)
+    {
+        setShape (eq, types[i].first, slopes[i + 2], 1000.0);
+        fed.run (2, 64);
+        EXPECT_EQ (eq.getNumActiveStages(), i + 3);
+        for (int s = 0; s < ParamEqSource::kNumStages; ++s)
+            EXPECT_EQ (eq.getStage (s)->getType(), types[i].second) << s;
+    }
+    eq.filterType.write ("Off"); // keeps the type, runs nothing
+    fed.memory.setNextReadPosition (0);
+    EXPECT_TRUE (sameSamples (fed.run (2, 256, 64), data));
+    EXPECT_EQ (eq.getNumActiveStages(), 0);
+    EXPECT_EQ (eq.getStage (0)->getType(), qvrParamEQ::kNotch2);
+}
+
+TEST (EqSource, SettingsHoldDuringACrossfadeAndTheNewAudioStartsFromFreshFilters)
+{
+    auto data = makeNoise (2, 8192, 5);
+    Fed<ParamEqSource> faded (data), fresh (data);
+    for (auto* fed : { &faded, &fresh })
+    {
+        setShape (*fed->link, "Low", "48dB", 800.0);
+        fed->prepare();
+    }
+    faded.run (2, 1000, 100);
+
+    // The chain's pre-render; a change during it waits.
+    faded.link->saveCrossfadeState();
+    setShape (*faded.link, "High", "24dB", 3000.0);
+    faded.run (2, 128);
+    EXPECT_EQ (faded.link->getNumActiveStages(), 4);
+    EXPECT_EQ (faded.link->getStage (0)->getParameter (qvrParamEQ::kFrequency), 800.0f);
+    faded.link->restoreCrossfadeState();
+
+    setShape (*fresh.link, "High", "24dB", 3000.0);
+    fresh.prepare();
+    for (auto* fed : { &faded, &fresh })
+        fed->memory.setNextReadPosition (2000);
+    // Equal up to each stage's own anti-denormal noise.
+    EXPECT_TRUE (sameSamples (faded.run (2, 512), fresh.run (2, 512), 1e-6f));
+}
