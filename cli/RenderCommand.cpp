@@ -1,3 +1,4 @@
+#include "cli/CommandLineSupport.h"
 #include "cli/RenderCommand.h"
 
 #include <juce_audio_formats/juce_audio_formats.h>
@@ -59,28 +60,6 @@ const OptionInfo* findOption (const juce::String& name)
     return nullptr;
 }
 
-bool isHelpFlag (const juce::String& arg)
-{
-    return arg == "--help" || arg == "-h";
-}
-
-// juce::String::getIntValue and getDoubleValue accept "12abc" as 12 and
-// "abc" as 0; a typo must not become a number, so the whole text must parse.
-bool parseWholeNumber (const juce::String& text, long long& value)
-{
-    const auto s = text.toStdString();
-    const auto* end = s.data() + s.size();
-    const auto [ptr, ec] = std::from_chars (s.data(), end, value);
-    return ! s.empty() && ec == std::errc() && ptr == end;
-}
-
-bool parseFiniteNumber (const juce::String& text, double& value)
-{
-    const auto s = text.toStdString();
-    const auto* end = s.data() + s.size();
-    const auto [ptr, ec] = std::from_chars (s.data(), end, value);
-    return ! s.empty() && ec == std::errc() && ptr == end && std::isfinite (value);
-}
 
 juce::String parseIntOption (const juce::String& name, const juce::String& text, int minimum, int maximum, int& target)
 {
@@ -165,10 +144,6 @@ juce::int64 secondsToSamples (double seconds, int sampleRate)
     return (juce::int64) std::llround (seconds * sampleRate);
 }
 
-juce::File resolvePath (const juce::String& path)
-{
-    return juce::File::getCurrentWorkingDirectory().getChildFile (path);
-}
 
 // Prepares a processor as a host does before a bounce and undoes it on every
 // way out, so that the processor never keeps a dangling play head.

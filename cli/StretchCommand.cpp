@@ -1,3 +1,4 @@
+#include "cli/CommandLineSupport.h"
 #include "cli/StretchCommand.h"
 
 #include <juce_audio_formats/juce_audio_formats.h>
@@ -58,20 +59,6 @@ const OptionInfo* findOption (const juce::String& name)
     return nullptr;
 }
 
-bool isHelpFlag (const juce::String& arg)
-{
-    return arg == "--help" || arg == "-h";
-}
-
-// juce::String::getDoubleValue takes "2x" as 2 and "x" as 0; a typo must not
-// become a factor, so the whole text must parse.
-bool parseFiniteNumber (const juce::String& text, double& value)
-{
-    const auto s = text.toStdString();
-    const auto* end = s.data() + s.size();
-    const auto [ptr, ec] = std::from_chars (s.data(), end, value);
-    return ! s.empty() && ec == std::errc() && ptr == end && std::isfinite (value);
-}
 
 juce::String parseRange (const juce::String& name, const juce::String& text, double minimum, double maximum,
                          const char* unit, double& target)
@@ -135,10 +122,6 @@ juce::String applyOption (const OptionInfo& option, const juce::String& value, S
     return "internal error: unhandled option " + name;
 }
 
-juce::File resolvePath (const juce::String& path)
-{
-    return juce::File::getCurrentWorkingDirectory().getChildFile (path);
-}
 
 juce::String formatRate (double rate)
 {

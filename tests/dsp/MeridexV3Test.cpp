@@ -3,7 +3,7 @@
 // input, and no allocation once created.
 
 #include "dsp/Meridex.h"
-#include "tests/dsp/support/DspAllocationCounter.h"
+#include "tests/support/AllocationCounter.h"
 #include "tests/dsp/support/V3TestSignals.h"
 
 #include <gtest/gtest.h>
@@ -15,6 +15,7 @@ namespace
 {
 using namespace meridex;
 using namespace tavrine::dsptest;
+using tavrine::test::ScopedAllocationCount;
 
 struct Engine
 {
