@@ -2,6 +2,7 @@
 
 #include "controllable/api/Parameter.h"
 #include "controllable/api/ParameterValue.h"
+#include "dsp/CParametricEq.h"
 #include "dsp/MeridexErrors.h"
 
 namespace qvrControllableAudio
@@ -64,15 +65,32 @@ const qvrParamEQ::CParametricEqIf* ParamEqSource::getStage (int index) const noe
 
 void ParamEqSource::createStages (double sampleRate)
 {
-    for (auto& stage : stages)
+    cascadeUsable = true;
+    for (size_t i = 0; i < stages.size(); ++i)
     {
         qvrParamEQ::CParametricEqIf* created = nullptr;
         if (qvrParamEQ::CParametricEqIf::createInstance (&created, (float) sampleRate, kNumChannels)
             != meridex::kNoError)
             created = nullptr; // a stage that could not be made is skipped
-        stage.reset (created);
+        stages[i].reset (created);
+        cascade[i] = dynamic_cast<qvrParamEQ::CParametricEq*> (created);
+        cascadeUsable = cascadeUsable && (created == nullptr || cascade[i] != nullptr);
     }
     stageRate = sampleRate;
+}
+
+void ParamEqSource::runStages (float* const* channels, int numSamples)
+{
+    // The cascade gives bit for bit what the loop below gives, only faster:
+    // it interleaves the stages' recursions sample by sample.
+    if (cascadeUsable)
+    {
+        juce::ignoreUnused (qvrParamEQ::CParametricEq::processCascade (cascade.data(), activeStages, channels, numSamples));
+        return;
+    }
+    for (int i = 0; i < activeStages; ++i)
+        if (auto& stage = stages[(size_t) i])
+            juce::ignoreUnused (stage->process (channels, channels, numSamples));
 }
 
 void ParamEqSource::parameterChanged (qvrControllableAPI::ParameterDef*)
@@ -205,9 +223,7 @@ void ParamEqSource::processStages (const juce::AudioSourceChannelInfo& info)
     {
         float* channels[kNumChannels] = { info.buffer->getWritePointer (0, info.startSample),
                                           info.buffer->getWritePointer (1, info.startSample) };
-        for (int i = 0; i < activeStages; ++i)
-            if (auto& stage = stages[(size_t) i])
-                juce::ignoreUnused (stage->process (channels, channels, info.numSamples));
+        runStages (channels, info.numSamples);
         return;
     }
 
@@ -220,9 +236,7 @@ void ParamEqSource::processStages (const juce::AudioSourceChannelInfo& info)
         const int n = juce::jmin (kSubBlockSamples, info.numSamples - done);
         juce::FloatVectorOperations::clear (scratch, n);
         float* channels[kNumChannels] = { mono + done, scratch };
-        for (int i = 0; i < activeStages; ++i)
-            if (auto& stage = stages[(size_t) i])
-                juce::ignoreUnused (stage->process (channels, channels, n));
+        runStages (channels, n);
     }
 }
 } // namespace qvrControllableAudio

@@ -9,6 +9,11 @@
 #include "controllable/lib/Controllables.h"
 #include "dsp/CParametricEqIf.h"
 
+namespace qvrParamEQ
+{
+class CParametricEq;
+}
+
 namespace qvrControllableAudio
 {
 // The equaliser of a chain link: up to six cascaded second-order stages of
@@ -90,12 +95,21 @@ private:
     void refreshCoefficients (bool forced);
     void resetStages (int first, int last);
     void processStages (const juce::AudioSourceChannelInfo& info);
+    // Audio thread: the active stages in order over numSamples frames of the
+    // two channels, in place.
+    void runStages (float* const* channels, int numSamples);
     bool checkInvariants() const noexcept;
 
     ParameterInterpolator interpolator;
     const ShadowValue* smoothedFrequency = nullptr;
     const ShadowValue* smoothedQ = nullptr;
     std::array<std::unique_ptr<qvrParamEQ::CParametricEqIf>, kNumStages> stages;
+    // The same stages as the section class that runs them as one cascade,
+    // null where stages is. Valid only while cascadeUsable, which holds when
+    // every stage that exists is of that class (the only one createInstance
+    // makes); otherwise the stages run one after another through process.
+    std::array<qvrParamEQ::CParametricEq*, kNumStages> cascade {};
+    bool cascadeUsable = false;
     double stageRate = 0.0;
     int typeIndex = 0;
     int slopeIndex = 1;

@@ -6,6 +6,13 @@
 #include <new>
 #include <random>
 
+#if defined(__SSE2__) || defined(_M_X64) || (defined(_M_IX86_FP) && _M_IX86_FP >= 2)
+    #include <emmintrin.h>
+    #define QVR_PARAMEQ_SSE2 1
+#else
+    #define QVR_PARAMEQ_SSE2 0
+#endif
+
 namespace qvrParamEQ
 {
 namespace
@@ -145,6 +152,182 @@ void filterChannels (const Kernel& kernel, const float* noise, const float* cons
     if (ch < numChannels)
         filterSingle<kWithNoise> (kernel, noise, inputs[ch], outputs[ch], z1[ch], z2[ch], numSamples);
 }
+
+/*  The cascade: one active (not bypassed) stage as the sample-by-sample loops
+    see it. The state pointers refer to the stage's own z1States / z2States,
+    read once before the block and written once after it.
+*/
+struct CascadeStage
+{
+    Kernel kernel;
+    const float* noise;
+    float* z1;
+    float* z2;
+    bool noiseOn;
+};
+
+// At most this many stages share one sample loop; a longer cascade runs in
+// groups of it, each group over the whole block, which is the same as stage
+// by stage because each group is a run of consecutive stages.
+constexpr int kMaxCascadeGroup = 8;
+
+// Which stages add noise, fixed per instantiation so that the common cases
+// (all or none) carry no test per stage and sample.
+enum class CascadeNoise
+{
+    none,
+    all,
+    some
+};
+
+template <CascadeNoise kNoise>
+inline bool stageAddsNoise (const CascadeStage& stage) noexcept
+{
+    if constexpr (kNoise == CascadeNoise::none)
+        return false;
+    else if constexpr (kNoise == CascadeNoise::all)
+        return true;
+    else
+        return stage.noiseOn;
+}
+
+/*  One channel through kStages stages, sample by sample. Each stage does per
+    sample exactly what filterSingle does (noise added to its input first, then
+    tick), so the bits agree with running the stages one after another.
+*/
+template <int kStages, CascadeNoise kNoise>
+void cascadeSingle (const CascadeStage* stages, float* data, int channel, int numSamples) noexcept
+{
+    Kernel k[kStages];
+    float z1[kStages], z2[kStages];
+    for (int s = 0; s < kStages; ++s)
+    {
+        k[s] = stages[s].kernel;
+        z1[s] = stages[s].z1[channel];
+        z2[s] = stages[s].z2[channel];
+    }
+
+    for (int i = 0; i < numSamples; ++i)
+    {
+        float x = data[i];
+        for (int s = 0; s < kStages; ++s)
+        {
+            if (stageAddsNoise<kNoise> (stages[s]))
+                x = x + stages[s].noise[i & kNoiseMask];
+            x = tick (k[s], x, z1[s], z2[s]);
+        }
+        data[i] = x;
+    }
+
+    for (int s = 0; s < kStages; ++s)
+    {
+        stages[s].z1[channel] = z1[s];
+        stages[s].z2[channel] = z2[s];
+    }
+}
+
+#if QVR_PARAMEQ_SSE2
+/*  Two channels in the two low lanes of one SSE2 register, kStages stages
+    sample by sample. The lanes do what tick does, operation for operation in
+    the same order (packed single-precision adds and multiplies round as the
+    scalar ones do), and both lanes add the same noise value, as process adds
+    the same value to every channel. The two high lanes start at zero and
+    carry only values that are never stored.
+*/
+template <int kStages, CascadeNoise kNoise>
+void cascadePair (const CascadeStage* stages, float* dataA, float* dataB, int channelA, int numSamples) noexcept
+{
+    const int channelB = channelA + 1;
+    __m128 b0[kStages], b1[kStages], b2[kStages], a1[kStages], a2[kStages], z1[kStages], z2[kStages];
+    for (int s = 0; s < kStages; ++s)
+    {
+        const Kernel& k = stages[s].kernel;
+        b0[s] = _mm_set1_ps (k.b0);
+        b1[s] = _mm_set1_ps (k.b1);
+        b2[s] = _mm_set1_ps (k.b2);
+        a1[s] = _mm_set1_ps (k.a1);
+        a2[s] = _mm_set1_ps (k.a2);
+        z1[s] = _mm_setr_ps (stages[s].z1[channelA], stages[s].z1[channelB], 0.0f, 0.0f);
+        z2[s] = _mm_setr_ps (stages[s].z2[channelA], stages[s].z2[channelB], 0.0f, 0.0f);
+    }
+
+    for (int i = 0; i < numSamples; ++i)
+    {
+        __m128 x = _mm_unpacklo_ps (_mm_load_ss (dataA + i), _mm_load_ss (dataB + i));
+        for (int s = 0; s < kStages; ++s)
+        {
+            if (stageAddsNoise<kNoise> (stages[s]))
+                x = _mm_add_ps (x, _mm_set1_ps (stages[s].noise[i & kNoiseMask]));
+            // tick, lane-wise: y = z1 + b0*x; z1 = (z2 + b1*x) + a1*y;
+            // z2 = a2*y + b2*x.
+            const __m128 y = _mm_add_ps (z1[s], _mm_mul_ps (b0[s], x));
+            z1[s] = _mm_add_ps (_mm_add_ps (z2[s], _mm_mul_ps (b1[s], x)), _mm_mul_ps (a1[s], y));
+            z2[s] = _mm_add_ps (_mm_mul_ps (a2[s], y), _mm_mul_ps (b2[s], x));
+            x = y;
+        }
+        _mm_store_ss (dataA + i, x);
+        _mm_store_ss (dataB + i, _mm_shuffle_ps (x, x, _MM_SHUFFLE (1, 1, 1, 1)));
+    }
+
+    alignas (16) float lanes[4];
+    for (int s = 0; s < kStages; ++s)
+    {
+        _mm_store_ps (lanes, z1[s]);
+        stages[s].z1[channelA] = lanes[0];
+        stages[s].z1[channelB] = lanes[1];
+        _mm_store_ps (lanes, z2[s]);
+        stages[s].z2[channelA] = lanes[0];
+        stages[s].z2[channelB] = lanes[1];
+    }
+}
+#endif
+
+// Every channel of data through the same kStages stages; channels are
+// independent, so the order in which pairs and singles run does not matter.
+template <int kStages, CascadeNoise kNoise>
+void cascadeChannels (const CascadeStage* stages, float* const* data, int numChannels, int numSamples) noexcept
+{
+    int ch = 0;
+#if QVR_PARAMEQ_SSE2
+    for (; ch + 2 <= numChannels; ch += 2)
+        cascadePair<kStages, kNoise> (stages, data[ch], data[ch + 1], ch, numSamples);
+#endif
+    for (; ch < numChannels; ++ch)
+        cascadeSingle<kStages, kNoise> (stages, data[ch], ch, numSamples);
+}
+
+template <CascadeNoise kNoise>
+void cascadeGroup (const CascadeStage* stages, int count, float* const* data, int numChannels, int numSamples) noexcept
+{
+    static_assert (kMaxCascadeGroup == 8, "one case per group size");
+    switch (count)
+    {
+        case 1: cascadeChannels<1, kNoise> (stages, data, numChannels, numSamples); break;
+        case 2: cascadeChannels<2, kNoise> (stages, data, numChannels, numSamples); break;
+        case 3: cascadeChannels<3, kNoise> (stages, data, numChannels, numSamples); break;
+        case 4: cascadeChannels<4, kNoise> (stages, data, numChannels, numSamples); break;
+        case 5: cascadeChannels<5, kNoise> (stages, data, numChannels, numSamples); break;
+        case 6: cascadeChannels<6, kNoise> (stages, data, numChannels, numSamples); break;
+        case 7: cascadeChannels<7, kNoise> (stages, data, numChannels, numSamples); break;
+        case 8: cascadeChannels<8, kNoise> (stages, data, numChannels, numSamples); break;
+        default: break;
+    }
+}
+
+void runCascadeGroup (const CascadeStage* stages, int count, float* const* data, int numChannels,
+                      int numSamples) noexcept
+{
+    int withNoise = 0;
+    for (int s = 0; s < count; ++s)
+        withNoise += stages[s].noiseOn ? 1 : 0;
+
+    if (withNoise == 0)
+        cascadeGroup<CascadeNoise::none> (stages, count, data, numChannels, numSamples);
+    else if (withNoise == count)
+        cascadeGroup<CascadeNoise::all> (stages, count, data, numChannels, numSamples);
+    else
+        cascadeGroup<CascadeNoise::some> (stages, count, data, numChannels, numSamples);
+}
 } // namespace
 
 int CParametricEqIf::createInstance (CParametricEqIf** instance, float sampleRate, int numChannels) noexcept
@@ -222,6 +405,68 @@ int CParametricEq::process (const float* const* inputs, float* const* outputs, i
         filterChannels<true> (kernel, noise, inputs, outputs, z1States.data(), z2States.data(), numChannels, numSamples);
     else
         filterChannels<false> (kernel, noise, inputs, outputs, z1States.data(), z2States.data(), numChannels, numSamples);
+    return meridex::kNoError;
+}
+
+int CParametricEq::processCascade (CParametricEq* const* stages, int numStages, float* const* channels,
+                                   int numSamples) noexcept
+{
+    if (channels == nullptr || numSamples < 1 || numStages < 0 || (numStages > 0 && stages == nullptr))
+        return kInvalidArgument;
+
+    int numChannels = 0;
+    bool sameChannels = true;
+    for (int i = 0; i < numStages; ++i)
+        if (const CParametricEq* stage = stages[i])
+        {
+            if (numChannels == 0)
+                numChannels = stage->numChannels;
+            sameChannels = sameChannels && stage->numChannels == numChannels;
+        }
+
+    // The widest channel count any stage reads; process would refuse a null
+    // pointer among them before touching anything, and so does this.
+    int widest = 0;
+    for (int i = 0; i < numStages; ++i)
+        if (stages[i] != nullptr)
+            widest = std::max (widest, stages[i]->numChannels);
+    for (int ch = 0; ch < widest; ++ch)
+        if (channels[ch] == nullptr)
+            return kInvalidArgument;
+
+    if (! sameChannels)
+    {
+        for (int i = 0; i < numStages; ++i)
+            if (stages[i] != nullptr)
+                (void) stages[i]->process (channels, channels, numSamples);
+        return meridex::kNoError;
+    }
+
+    CascadeStage group[kMaxCascadeGroup];
+    int count = 0;
+    for (int i = 0; i < numStages; ++i)
+    {
+        CParametricEq* stage = stages[i];
+        if (stage == nullptr)
+            continue;
+        // As process does: rebuild first, so that a bypassed stage still
+        // leaves its coefficients current.
+        if (stage->dirty)
+            stage->rebuildCoefficients();
+        if (stage->bypass)
+            continue;
+
+        const Coefficients& c = stage->coefficients;
+        group[count++] = CascadeStage { Kernel { c.b0, c.b1, c.b2, c.a1, c.a2 }, stage->noise, stage->z1States.data(),
+                                        stage->z2States.data(), stage->noiseOn };
+        if (count == kMaxCascadeGroup)
+        {
+            runCascadeGroup (group, count, channels, numChannels, numSamples);
+            count = 0;
+        }
+    }
+    if (count > 0)
+        runCascadeGroup (group, count, channels, numChannels, numSamples);
     return meridex::kNoError;
 }
 

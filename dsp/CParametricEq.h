@@ -42,6 +42,23 @@ public:
     // A power of two, so that the running sample index wraps with a mask.
     static constexpr int kNoiseTableSize = 512;
 
+    /*  Filters numSamples frames of channels in place through stages[0],
+        stages[1], ... in turn, with exactly the result of calling
+        process (channels, channels, numSamples) on each stage in that order:
+        the same operations per stage in the same order, only interleaved
+        sample by sample so that the stages' recursions overlap instead of each
+        stage waiting on its own over the whole block. Null entries are
+        skipped, as are bypassed stages (in place, bypass leaves the data
+        alone); dirty coefficients are rebuilt and the noise of each stage is
+        added as process adds it. Every non-null stage reads the number of
+        channels it was made with; when the stages differ in that, they run
+        one after another through process. Returns kInvalidArgument for a
+        null channel array or pointer or numSamples below 1, having changed
+        nothing. Audio thread; neither allocates, locks nor throws.
+    */
+    static int processCascade (CParametricEq* const* stages, int numStages, float* const* channels,
+                               int numSamples) noexcept;
+
 private:
     friend class CParametricEqIf;
 

@@ -1,3 +1,4 @@
+#include "dsp/CParametricEq.h"
 #include "dsp/CParametricEqIf.h"
 
 #include <gtest/gtest.h>
@@ -379,4 +380,99 @@ TEST (ParametricEqNoise, SilenceComesOutAtAbout1em20OnlyWithNoiseOn)
     const auto [low, high] = std::minmax_element (a.begin(), a.end());
     EXPECT_TRUE (*low < -1e-21f && *low > -1e-19f && *high < 1e-19f) << *low << " " << *high;
     EXPECT_EQ (b, std::vector<float> (2048, 0.0f));
+}
+
+TEST (ParametricEqCascade, GivesBitForBitWhatTheStagesGiveOneAfterAnother)
+{
+    // Two identical sets of stages with different types and corners, one run
+    // through the cascade and one stage by stage through process. Blocks of
+    // every size carry state from one call to the next; the stage counts go
+    // past the size of one interleaved group; some stages are bypassed, one
+    // entry is missing, and the noise is on for all, none or some stages.
+    const Setting kinds[] = { { kLowPass2, 5000.0f, 0.5f, 0.0f },  { kHighPass2, 120.0f, 2.0f, 0.0f },
+                              { kPeak2, 2500.0f, 4.0f, 9.0f },    { kNotch2, 800.0f, 1.5f, 0.0f },
+                              { kBandPass2, 1500.0f, 0.7f, 0.0f }, { kLowShelf2, 300.0f, 0.7071f, -6.0f },
+                              { kAllPass1, 3000.0f, 1.0f, 0.0f },  { kHighShelf1, 4000.0f, 1.0f, 12.0f },
+                              { kLowPass1, 9000.0f, 1.0f, 0.0f },  { kAllPass2, 600.0f, 3.0f, 0.0f } };
+    constexpr int kLength = 700;
+
+    for (int numStages : { 1, 2, 5, 6, 7, 10 })
+        for (int channels : { 1, 2, 3 })
+            for (int noiseMode = 0; noiseMode < 3; ++noiseMode)
+                for (int blockSize : { 1, 3, 4, 7, 64, 128 })
+                {
+                    std::vector<EqPtr> cascaded, separate;
+                    std::vector<CParametricEq*> sections;
+                    for (int i = 0; i < numStages; ++i)
+                    {
+                        const Setting& s = kinds[(i * 3 + noiseMode) % 10];
+                        cascaded.push_back (makeEq (s, channels));
+                        separate.push_back (makeEq (s, channels));
+                        const bool noise = noiseMode == 0 || (noiseMode == 2 && i % 2 == 1);
+                        const bool bypass = numStages > 2 && i == 1;
+                        for (auto* eq : { cascaded.back().get(), separate.back().get() })
+                        {
+                            eq->setNoise (noise);
+                            eq->setBypass (bypass);
+                        }
+                        sections.push_back (dynamic_cast<CParametricEq*> (cascaded.back().get()));
+                        ASSERT_NE (sections.back(), nullptr);
+                    }
+                    if (numStages > 5)
+                        sections[3] = nullptr; // and the separate set skips it too
+
+                    std::vector<std::vector<float>> a, b;
+                    for (int ch = 0; ch < channels; ++ch)
+                        a.push_back (noiseSignal (kLength, 40u + static_cast<unsigned> (ch), 0.8f));
+                    // Silence at the end shows the noise and the decaying state.
+                    for (auto& channel : a)
+                        std::fill (channel.end() - 100, channel.end(), 0.0f);
+                    b = a;
+
+                    for (int done = 0; done < kLength; done += blockSize)
+                    {
+                        const int n = std::min (blockSize, kLength - done);
+                        std::vector<float*> pa, pb;
+                        for (int ch = 0; ch < channels; ++ch)
+                        {
+                            pa.push_back (a[(size_t) ch].data() + done);
+                            pb.push_back (b[(size_t) ch].data() + done);
+                        }
+                        ASSERT_EQ (CParametricEq::processCascade (sections.data(), numStages, pa.data(), n),
+                                   meridex::kNoError);
+                        for (int i = 0; i < numStages; ++i)
+                        {
+                            if (sections[(size_t) i] != nullptr)
+                            {
+                                ASSERT_EQ (separate[(size_t) i]->process (pb.data(), pb.data(), n), meridex::kNoError);
+                            }
+                        }
+                    }
+                    EXPECT_EQ (a, b) << numStages << " stages, " << channels << " channels, noise mode " << noiseMode
+                                     << ", block " << blockSize;
+                }
+}
+
+TEST (ParametricEqCascade, RefusesNullBuffersAndEmptyBlocksWithoutChangingAnything)
+{
+    EqPtr first = makeEq ({ kLowPass2, 500.0f, 0.7071f, 0.0f }, 2), second = makeEq ({ kHighPass2, 50.0f, 1.0f, 0.0f }, 2);
+    CParametricEq* sections[] = { dynamic_cast<CParametricEq*> (first.get()), dynamic_cast<CParametricEq*> (second.get()) };
+    std::vector<float> left (16, 0.5f), right (16, -0.25f);
+    float* both[] = { left.data(), right.data() };
+    float* missing[] = { left.data(), nullptr };
+    EXPECT_EQ (CParametricEq::processCascade (sections, 2, missing, 16), kInvalidArgument);
+    EXPECT_EQ (CParametricEq::processCascade (sections, 2, nullptr, 16), kInvalidArgument);
+    EXPECT_EQ (CParametricEq::processCascade (sections, 2, both, 0), kInvalidArgument);
+    EXPECT_EQ (left, std::vector<float> (16, 0.5f));
+
+    // The refused calls left the state alone: the stages still match fresh ones.
+    EqPtr freshFirst = makeEq ({ kLowPass2, 500.0f, 0.7071f, 0.0f }, 2),
+          freshSecond = makeEq ({ kHighPass2, 50.0f, 1.0f, 0.0f }, 2);
+    std::vector<float> left2 = left, right2 = right;
+    float* fresh[] = { left2.data(), right2.data() };
+    ASSERT_EQ (CParametricEq::processCascade (sections, 2, both, 16), meridex::kNoError);
+    ASSERT_EQ (freshFirst->process (fresh, fresh, 16), meridex::kNoError);
+    ASSERT_EQ (freshSecond->process (fresh, fresh, 16), meridex::kNoError);
+    EXPECT_EQ (left, left2);
+    EXPECT_EQ (right, right2);
 }
