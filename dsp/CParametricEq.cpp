@@ -5,6 +5,8 @@
 #include <cstring>
 #include <new>
 #include <random>
+#include <type_traits>
+#include <utility>
 
 #if defined(__SSE2__) || defined(_M_X64) || (defined(_M_IX86_FP) && _M_IX86_FP >= 2)
     #include <emmintrin.h>
@@ -280,6 +282,231 @@ void cascadePair (const CascadeStage* stages, float* dataA, float* dataB, int ch
         stages[s].z2[channelB] = lanes[1];
     }
 }
+/*  One stage over samples [from, to) of a channel pair, with the stage's own
+    state read and written back: the per-sample operations of filterPair
+    (noise added to the input first, then tick), the noise index counting
+    from the start of the call. The skewed loop below runs the first and last
+    few samples of each stage through this, so those samples round exactly
+    as the stage on its own rounds them.
+*/
+template <CascadeNoise kNoise>
+void stageSpan (const CascadeStage& stage, float* dataA, float* dataB, int channelA, int from, int to) noexcept
+{
+    const int channelB = channelA + 1;
+    const Kernel k = stage.kernel;
+    float z1A = stage.z1[channelA], z2A = stage.z2[channelA];
+    float z1B = stage.z1[channelB], z2B = stage.z2[channelB];
+    for (int i = from; i < to; ++i)
+    {
+        float xA = dataA[i], xB = dataB[i];
+        if (stageAddsNoise<kNoise> (stage))
+        {
+            const float n = stage.noise[i & kNoiseMask];
+            xA = xA + n;
+            xB = xB + n;
+        }
+        dataA[i] = tick (k, xA, z1A, z2A);
+        dataB[i] = tick (k, xB, z1B, z2B);
+    }
+    stage.z1[channelA] = z1A;
+    stage.z2[channelA] = z2A;
+    stage.z1[channelB] = z1B;
+    stage.z2[channelB] = z2B;
+}
+
+// Adding -0 leaves every float as it is, +0 and -0 included (adding +0 would
+// turn -0 into +0), so a stage without noise can share the noise add of a
+// register with one that has it.
+struct NoiseTable
+{
+    float values[CParametricEq::kNoiseTableSize];
+};
+
+constexpr NoiseTable makeSilentNoise() noexcept
+{
+    NoiseTable table {};
+    for (float& value : table.values)
+        value = -0.0f;
+    return table;
+}
+
+alignas (16) constexpr NoiseTable kNoNoise = makeSilentNoise();
+
+// Calls f with std::integral_constant<int, 0> ... <kCount - 1>, written out:
+// with every array index a constant the compiler keeps the per-register
+// arrays of the skewed loop in registers, which a loop it may leave rolled
+// does not guarantee (rolled, each turn went through the stack).
+template <int kCount, typename F, int... kIndex>
+inline void forEachRegisterOf (F&& f, std::integer_sequence<int, kIndex...>) noexcept
+{
+    (f (std::integral_constant<int, kIndex> {}), ...);
+}
+
+template <int kCount, typename F>
+inline void forEachRegister (F&& f) noexcept
+{
+    forEachRegisterOf<kCount> (f, std::make_integer_sequence<int, kCount> {});
+}
+
+/*  Two stages per register, kStages stages, a channel pair: register p holds
+    stage 2p on channels A and B in lanes 0 and 1 and stage 2p + 1 on A and B
+    in lanes 2 and 3. Stage s works one sample behind stage s - 1, so at turn
+    t it filters sample t - s, and its input is what stage s - 1 gave one turn
+    earlier: every register's next input is a shuffle of the previous turn's
+    outputs, and all registers of a turn are independent of each other. Each
+    lane does what tick does, operation for operation in the same order, so
+    the bits are those of the stages one after another, at half the
+    operations of one stage per register.
+
+    The skew leaves a triangle at each end of the block: before the first
+    turn (t = kStages - 1) stage s runs alone over samples [0, kStages-1-s),
+    in stage order and in place, so that data[j] then holds the output of
+    the last stage done for sample j, which is the input of the next; after
+    the last turn (t = numSamples - 1) the pipeline's outputs go back to data
+    and stage s runs alone over [numSamples - s, numSamples), again in stage
+    order. With an odd kStages the upper lanes of the last register stand
+    for no stage: zero coefficients and state, never stored.
+
+    Requires numSamples >= kStages, so that there is at least one turn.
+*/
+template <int kStages, CascadeNoise kNoise>
+void cascadePairSkewed (const CascadeStage* stages, float* dataA, float* dataB, int channelA,
+                        int numSamples) noexcept
+{
+    static_assert (kStages >= 2, "one stage has nothing to overlap with");
+    constexpr int kRegisters = (kStages + 1) / 2;
+    const int channelB = channelA + 1;
+
+    for (int s = 0; s + 1 < kStages; ++s)
+        stageSpan<kNoise> (stages[s], dataA, dataB, channelA, 0, kStages - 1 - s);
+
+    __m128 b0[kRegisters], b1[kRegisters], b2[kRegisters], a1[kRegisters], a2[kRegisters];
+    __m128 z1[kRegisters], z2[kRegisters], previous[kRegisters];
+    const float* noiseLow[kRegisters];
+    const float* noiseHigh[kRegisters];
+    const int first = kStages - 1;
+
+    // The input of stage s on the first turn: data[first - s] after the
+    // leading triangle (raw input for s = 0, read in the loop), zero for the
+    // stage that does not exist.
+    auto inputOf = [&] (int s, const float* data) noexcept { return s < kStages ? data[first - s] : 0.0f; };
+    auto noiseOf = [&] (int s) noexcept
+    {
+        if (s >= kStages)
+            return kNoNoise.values;
+        return stageAddsNoise<kNoise> (stages[s]) ? stages[s].noise : kNoNoise.values;
+    };
+
+    for (int p = 0; p < kRegisters; ++p)
+    {
+        const int low = 2 * p, high = 2 * p + 1;
+        const Kernel kl = stages[low].kernel;
+        const Kernel kh = high < kStages ? stages[high].kernel : Kernel { 0.0f, 0.0f, 0.0f, 0.0f, 0.0f };
+        b0[p] = _mm_setr_ps (kl.b0, kl.b0, kh.b0, kh.b0);
+        b1[p] = _mm_setr_ps (kl.b1, kl.b1, kh.b1, kh.b1);
+        b2[p] = _mm_setr_ps (kl.b2, kl.b2, kh.b2, kh.b2);
+        a1[p] = _mm_setr_ps (kl.a1, kl.a1, kh.a1, kh.a1);
+        a2[p] = _mm_setr_ps (kl.a2, kl.a2, kh.a2, kh.a2);
+        const bool real = high < kStages;
+        z1[p] = _mm_setr_ps (stages[low].z1[channelA], stages[low].z1[channelB], real ? stages[high].z1[channelA] : 0.0f,
+                             real ? stages[high].z1[channelB] : 0.0f);
+        z2[p] = _mm_setr_ps (stages[low].z2[channelA], stages[low].z2[channelB], real ? stages[high].z2[channelA] : 0.0f,
+                             real ? stages[high].z2[channelB] : 0.0f);
+        noiseLow[p] = noiseOf (low);
+        noiseHigh[p] = noiseOf (high);
+        // As if the previous turn had given register p the inputs of stages
+        // 2p + 1 (lanes 0, 1) and 2p + 2 (lanes 2, 3), which is where the
+        // shuffles below take them from.
+        previous[p] = _mm_setr_ps (inputOf (high, dataA), inputOf (high, dataB), inputOf (high + 1, dataA),
+                                   inputOf (high + 1, dataB));
+    }
+
+    for (int t = first; t < numSamples; ++t)
+    {
+        const __m128 in = _mm_unpacklo_ps (_mm_load_ss (dataA + t), _mm_load_ss (dataB + t));
+        __m128 x[kRegisters];
+        x[0] = _mm_shuffle_ps (in, previous[0], _MM_SHUFFLE (1, 0, 1, 0));
+        forEachRegister<kRegisters> ([&] (auto index) noexcept
+        {
+            constexpr int p = decltype (index)::value;
+            if constexpr (p > 0)
+                x[p] = _mm_shuffle_ps (previous[p - 1], previous[p], _MM_SHUFFLE (1, 0, 3, 2));
+        });
+
+        forEachRegister<kRegisters> ([&] (auto index) noexcept
+        {
+            constexpr int p = decltype (index)::value;
+            if constexpr (kNoise != CascadeNoise::none)
+            {
+                // Stage 2p is at sample t - 2p, stage 2p + 1 at t - 2p - 1;
+                // the mask keeps the index of a missing stage (-1) inside
+                // the table.
+                const __m128 n = _mm_unpacklo_ps (_mm_load_ss (noiseLow[p] + ((t - 2 * p) & kNoiseMask)),
+                                                  _mm_load_ss (noiseHigh[p] + ((t - 2 * p - 1) & kNoiseMask)));
+                x[p] = _mm_add_ps (x[p], _mm_shuffle_ps (n, n, _MM_SHUFFLE (1, 1, 0, 0)));
+            }
+            // tick, lane-wise: y = z1 + b0*x; z1 = (z2 + b1*x) + a1*y;
+            // z2 = a2*y + b2*x.
+            const __m128 y = _mm_add_ps (z1[p], _mm_mul_ps (b0[p], x[p]));
+            z1[p] = _mm_add_ps (_mm_add_ps (z2[p], _mm_mul_ps (b1[p], x[p])), _mm_mul_ps (a1[p], y));
+            z2[p] = _mm_add_ps (_mm_mul_ps (a2[p], y), _mm_mul_ps (b2[p], x[p]));
+            previous[p] = y;
+        });
+
+        // The last stage finished sample t - (kStages - 1): lanes 2, 3 of the
+        // last register for an even count, lanes 0, 1 for an odd one.
+        const __m128 last = previous[kRegisters - 1];
+        const int done = t - first;
+        if constexpr (kStages % 2 == 0)
+        {
+            _mm_store_ss (dataA + done, _mm_shuffle_ps (last, last, _MM_SHUFFLE (2, 2, 2, 2)));
+            _mm_store_ss (dataB + done, _mm_shuffle_ps (last, last, _MM_SHUFFLE (3, 3, 3, 3)));
+        }
+        else
+        {
+            _mm_store_ss (dataA + done, last);
+            _mm_store_ss (dataB + done, _mm_shuffle_ps (last, last, _MM_SHUFFLE (1, 1, 1, 1)));
+        }
+    }
+
+    // Stage s has finished sample numSamples - 1 - s; all but the last stage
+    // leave that output in data, where the trailing triangle reads it.
+    alignas (16) float lanes[4];
+    for (int p = 0; p < kRegisters; ++p)
+    {
+        const int low = 2 * p, high = 2 * p + 1;
+        _mm_store_ps (lanes, previous[p]);
+        if (low + 1 < kStages)
+        {
+            dataA[numSamples - 1 - low] = lanes[0];
+            dataB[numSamples - 1 - low] = lanes[1];
+        }
+        if (high + 1 < kStages)
+        {
+            dataA[numSamples - 1 - high] = lanes[2];
+            dataB[numSamples - 1 - high] = lanes[3];
+        }
+        _mm_store_ps (lanes, z1[p]);
+        stages[low].z1[channelA] = lanes[0];
+        stages[low].z1[channelB] = lanes[1];
+        if (high < kStages)
+        {
+            stages[high].z1[channelA] = lanes[2];
+            stages[high].z1[channelB] = lanes[3];
+        }
+        _mm_store_ps (lanes, z2[p]);
+        stages[low].z2[channelA] = lanes[0];
+        stages[low].z2[channelB] = lanes[1];
+        if (high < kStages)
+        {
+            stages[high].z2[channelA] = lanes[2];
+            stages[high].z2[channelB] = lanes[3];
+        }
+    }
+
+    for (int s = 1; s < kStages; ++s)
+        stageSpan<kNoise> (stages[s], dataA, dataB, channelA, numSamples - s, numSamples);
+}
 #endif
 
 // Every channel of data through the same kStages stages; channels are
@@ -290,7 +517,18 @@ void cascadeChannels (const CascadeStage* stages, float* const* data, int numCha
     int ch = 0;
 #if QVR_PARAMEQ_SSE2
     for (; ch + 2 <= numChannels; ch += 2)
+    {
+        // The skewed loop's two triangles run about kStages * kStages
+        // stage-samples one stage at a time; from twice kStages samples on,
+        // the overlapped turns are at least half the block.
+        if constexpr (kStages >= 2)
+            if (numSamples >= 2 * kStages)
+            {
+                cascadePairSkewed<kStages, kNoise> (stages, data[ch], data[ch + 1], ch, numSamples);
+                continue;
+            }
         cascadePair<kStages, kNoise> (stages, data[ch], data[ch + 1], ch, numSamples);
+    }
 #endif
     for (; ch < numChannels; ++ch)
         cascadeSingle<kStages, kNoise> (stages, data[ch], ch, numSamples);

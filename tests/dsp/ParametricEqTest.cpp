@@ -396,10 +396,14 @@ TEST (ParametricEqCascade, GivesBitForBitWhatTheStagesGiveOneAfterAnother)
                               { kLowPass1, 9000.0f, 1.0f, 0.0f },  { kAllPass2, 600.0f, 3.0f, 0.0f } };
     constexpr int kLength = 700;
 
-    for (int numStages : { 1, 2, 5, 6, 7, 10 })
-        for (int channels : { 1, 2, 3 })
+    // 3, 4, 12 and 21 stages leave 2, 3, 10 and 19 active: odd and even
+    // counts, and groups after the first; the blocks around 2, 3 and 4 times
+    // the active count start and end every stage at different samples of a
+    // block.
+    for (int numStages : { 1, 2, 3, 4, 5, 6, 7, 10, 12, 21 })
+        for (int channels : { 1, 2, 3, 4 })
             for (int noiseMode = 0; noiseMode < 3; ++noiseMode)
-                for (int blockSize : { 1, 3, 4, 7, 64, 128 })
+                for (int blockSize : { 1, 3, 4, 7, 9, 16, 17, 33, 64, 128 })
                 {
                     std::vector<EqPtr> cascaded, separate;
                     std::vector<CParametricEq*> sections;
