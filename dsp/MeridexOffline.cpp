@@ -67,8 +67,9 @@ int run (const MeridexMode& mode, const float* const* in, int numChannels, int n
     // The player sends its formant parameter inverted; so does this.
     if ((result = engine.setFormantFactor (static_cast<float> (1.0 / formantFactor))) != kNoError)
         return result;
-    // The pitch stays exact; the stretch takes the rounding of the hops,
-    // and the length is made exact at the end.
+    // The pitch stays exact and so does the stretch: the synthesis hops
+    // alternate so that their mean is exact. The length is made exact at the
+    // end.
     float stretch = static_cast<float> (timeFactor);
     const float pitch = static_cast<float> (std::pow (2.0, pitchSemitones / 12.0));
     if ((result = engine.setStretchPitch (&stretch, pitch, kMovePosition)) != kNoError)

@@ -9,6 +9,7 @@ CMeridexCoreBase::CMeridexCoreBase (int numChannels, float rate, float minimumSt
 {
     analysisHopSize = synthesisHopSize = frameSize / 8;
     appliedAnalysisHop = appliedSynthesisHop = frameSize / 8;
+    exactSynthesisHop = frameSize / 8;
     startDelay = frameSize / 2;
     resetBase();
 }
@@ -81,6 +82,8 @@ void CMeridexCoreBase::resetBase() noexcept
     outputPosition = 0.0;
     targetPosition = 0.0;
     resampledPosition = 0.0;
+    // Half a sample: the hops done then round the exact sum to nearest.
+    synthesisFraction = 0.5;
     stretchCorrected = pitch;
     firstFrame = true;
     started = true;
@@ -164,7 +167,21 @@ void CMeridexCoreBase::correctDrift() noexcept
         corrected = pitch * factor;
     }
     stretchCorrected = static_cast<float> (corrected);
-    resampledPosition += synthesisHopSize / static_cast<double> (pitch);
-    outputPosition += synthesisHopSize / corrected;
+    // Both positions move by the hop this frame really wrote, so a frame one
+    // sample longer or shorter than the mean is no drift.
+    resampledPosition += appliedSynthesisHop / static_cast<double> (pitch);
+    outputPosition += appliedSynthesisHop / corrected;
+}
+
+int CMeridexCoreBase::takeSynthesisHop() noexcept
+{
+    const double next = synthesisFraction + exactSynthesisHop;
+    int hop = static_cast<int> (std::floor (next));
+    // The exact hop lies in 1 .. N/2, so these only guard rounding.
+    hop = hop < 1 ? 1 : (hop > frameSize / 2 ? frameSize / 2 : hop);
+    synthesisFraction = next - hop;
+    if (synthesisFraction < 0.0 || synthesisFraction >= 1.0)
+        synthesisFraction = 0.5;
+    return hop;
 }
 } // namespace meridex

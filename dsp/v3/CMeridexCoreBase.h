@@ -18,8 +18,8 @@
 // samples. Factors may be set between frames.
 //
 // Design notes. Positions are doubles in output samples:
-//  1. resampledPosition grows by synthesisHop / pitch each frame: where the
-//     output should be; outputPosition by synthesisHop / stretchCorrected:
+//  1. resampledPosition grows by the frame's hop / pitch each frame: where the
+//     output should be; outputPosition by the frame's hop / stretchCorrected:
 //     what the converter was asked for. targetPosition is an offset the
 //     output is to move by (a change of latency under kKeepPosition).
 //  2. drift = targetPosition + outputPosition - resampledPosition. When its
@@ -29,6 +29,12 @@
 //  3. repeat d >= 1; when d > 1, repeatIndex counts the syntheses of the
 //     current analysis frame, and only the first (repeatIndex 0) reads input
 //     (unless the repeat is locked, when every frame does).
+//  4. The exact synthesis hop ha * r / d is rarely whole. Under kAdjustStretch
+//     each frame takes the whole part of synthesisFraction + exact hop and
+//     keeps the rest in synthesisFraction (0 <= it < 1, 0.5 after reset), so
+//     the hops done after k frames sum to round (k * exact hop) and the
+//     timing never drifts from the stretch asked for. Under kAdjustPitch
+//     every hop is the same whole number and the pitch takes the rounding.
 namespace meridex
 {
 class CMeridexCoreBase
@@ -81,9 +87,11 @@ public:
 
     // r = stretch * pitch. Returns kBelowMinimumFactor (nothing changed) for r
     // below minStretch, kBadArgument for factors that are not finite, a pitch
-    // outside kMinPitch .. kMaxPitch or r above kMaxStretchTotal. The hops are
-    // whole numbers, so the ratio done differs slightly from the one asked:
-    // the difference goes into *stretch, or into *pitch with kAdjustPitch.
+    // outside kMinPitch .. kMaxPitch or r above kMaxStretchTotal. With
+    // kAdjustStretch the synthesis hop alternates between two whole numbers
+    // whose mean is exact, and *stretch is left as asked (unless the hop
+    // reaches its limit of N/2). With kAdjustPitch the hop is one whole
+    // number and the ratio's rounding goes into *pitch.
     [[nodiscard]] virtual int setStretchPitch (float* stretch, float* pitch, AdjustMode adjust, PositionRule rule) noexcept = 0;
 
     // Refused with kBadArgument while a frame repeat is in use.
@@ -100,7 +108,11 @@ public:
     virtual int processStep (const float* const* input, const float* const* aux, float* const* output, int stepIndex) noexcept = 0;
 
     int analysisHop() const noexcept { return analysisHopSize; }
+    // The smaller of the frames' synthesis hops (the whole part of the exact one).
     int synthesisHop() const noexcept { return synthesisHopSize; }
+    double synthesisHopExact() const noexcept { return exactSynthesisHop; }
+    // The hop of the frame running, or of the last one.
+    int appliedSynthesis() const noexcept { return appliedSynthesisHop; }
     virtual int getInputNeeded() const noexcept = 0;
     // Output samples, counted from the first frame, at which input sample 0
     // comes out, for the factors in use.
@@ -139,6 +151,8 @@ protected:
     void resetBase() noexcept;
     // Sets stretchCorrected from the drift and moves the positions by one frame.
     void correctDrift() noexcept;
+    // The coming frame's whole synthesis hop; carries the rest to the next.
+    int takeSynthesisHop() noexcept;
 
     float stretchTotal = 1.0f; // r after the repeat and rounding: what is done
     float stretch = 1.0f;
@@ -154,6 +168,8 @@ protected:
 
     int analysisHopSize = 0;
     int synthesisHopSize = 0;
+    double exactSynthesisHop = 0.0;
+    double synthesisFraction = 0.5;
     int appliedAnalysisHop = 0;
     int appliedSynthesisHop = 0;
     int frameSize = 0;

@@ -31,6 +31,7 @@ int CMeridexEffV3Core::init() noexcept
     repeat = 1;
     analysisHopSize = synthesisHopSize = frameSize / 8;
     appliedAnalysisHop = appliedSynthesisHop = frameSize / 8;
+    exactSynthesisHop = frameSize / 8;
     upperBin = frameSize / 2 + 1;
     peakMode = false;
     vocoderPending = false;
@@ -54,18 +55,20 @@ void CMeridexEffV3Core::reset() noexcept
     resetBase();
 }
 
-double CMeridexEffV3Core::latencyFor (int n, int analysisHop, int synthesisHop, int d, float pitchFactor) noexcept
+double CMeridexEffV3Core::latencyFor (int n, int analysisHop, double synthesisHop, int d, float pitchFactor) noexcept
 {
     // Frame m (of d syntheses each) is centred on input (m + 1) ha - N/2 and
     // its first synthesis on output m d hs + N/2; input 0 therefore comes out
     // at d hs (N / (2 ha) - 1) + N/2, then the converter's history delays it.
+    // With alternating whole hops the frames before it sum to this rounded
+    // to the nearest sample.
     const double core = static_cast<double> (d) * synthesisHop * (n / (2.0 * analysisHop) - 1.0) + n / 2.0;
     return (core + CFastResample::getLatency()) / pitchFactor;
 }
 
 double CMeridexEffV3Core::getLatency() const noexcept
 {
-    return latencyFor (frameSize, analysisHopSize, synthesisHopSize, repeat, pitch);
+    return latencyFor (frameSize, analysisHopSize, exactSynthesisHop, repeat, pitch);
 }
 
 int CMeridexEffV3Core::getMaxOutputPerFrame() const noexcept
@@ -95,20 +98,31 @@ int CMeridexEffV3Core::setStretchPitch (float* stretchIo, float* pitchIo, Adjust
     const int ha = analysisHopFor (frameSize, rho, d);
     // The small allowance keeps a product that is whole in exact arithmetic
     // from being truncated one below by rounding.
-    int hs = static_cast<int> (static_cast<double> (ha) * static_cast<double> (rho) + 1.0e-6);
+    double exact = static_cast<double> (ha) * static_cast<double> (rho);
+    int hs = static_cast<int> (exact + 1.0e-6);
     if (hs < 1)
         return kBelowMinimumFactor;
-    if (hs > frameSize / 2)
+    bool rounded = adjust == kAdjustPitch;
+    if (hs >= frameSize / 2)
+    {
+        // No frame may write more than N/2: at the limit the hop is whole.
         hs = frameSize / 2;
+        rounded = true;
+    }
+    if (rounded || std::fabs (exact - std::round (exact)) < 1.0e-6)
+        exact = hs;
 
-    const float rhoDone = static_cast<float> (hs) / static_cast<float> (ha);
-    const float rDone = rhoDone * static_cast<float> (d);
     float newStretch = s;
     float newPitch = p;
-    if (adjust == kAdjustPitch)
-        newPitch = rDone / s;
-    else
-        newStretch = rDone / p;
+    float rDone = r;
+    if (rounded)
+    {
+        rDone = static_cast<float> (hs) / static_cast<float> (ha) * static_cast<float> (d);
+        if (adjust == kAdjustPitch)
+            newPitch = rDone / s;
+        else
+            newStretch = rDone / p;
+    }
 
     const double oldLatency = getLatency();
 
@@ -126,6 +140,7 @@ int CMeridexEffV3Core::setStretchPitch (float* stretchIo, float* pitchIo, Adjust
     stretchTotal = rDone;
     analysisHopSize = ha;
     synthesisHopSize = hs;
+    exactSynthesisHop = exact;
     // The converter reads the vocoder's output at the pitch: a bin above
     // (rate / 2) / pitch would fold back, so none is written.
     upperBin = newPitch <= 1.0f ? frameSize / 2 + 1 : static_cast<int> ((frameSize / 2) / newPitch);
@@ -140,6 +155,7 @@ int CMeridexEffV3Core::setStretchPitch (float* stretchIo, float* pitchIo, Adjust
     {
         inputPosition = -static_cast<double> (startDelay);
         targetPosition = outputPosition = resampledPosition = 0.0;
+        synthesisFraction = 0.5;
         stretchCorrected = newPitch;
     }
     else if (rule == kKeepPosition)
@@ -156,7 +172,12 @@ int CMeridexEffV3Core::setStretchPitch (float* stretchIo, float* pitchIo, Adjust
 
 void CMeridexEffV3Core::applyToVocoder() noexcept
 {
-    vocoder.setHops (frameSize, analysisHopSize, synthesisHopSize, static_cast<float> (synthesisHopSize) / static_cast<float> (analysisHopSize));
+    // The nominal ratio (exact hop over analysis hop) picks the windows and
+    // the classes; each frame's own hop is set at its step 0.
+    const float nominal = exactSynthesisHop == static_cast<double> (synthesisHopSize)
+                              ? static_cast<float> (synthesisHopSize) / static_cast<float> (analysisHopSize)
+                              : static_cast<float> (exactSynthesisHop / analysisHopSize);
+    vocoder.setHops (frameSize, analysisHopSize, synthesisHopSize, nominal);
     vocoder.setUpperBin (upperBin);
     vocoder.setPeakMode (peakMode);
     vocoderPending = false;
@@ -188,7 +209,8 @@ int CMeridexEffV3Core::processStep (const float* const* input, const float* cons
             applyToVocoder();
         stepsLeft = getStepCount();
         appliedAnalysisHop = analysisHopSize;
-        appliedSynthesisHop = synthesisHopSize;
+        appliedSynthesisHop = takeSynthesisHop();
+        vocoder.setFrameHop (appliedSynthesisHop);
         firstStep = isRepeat ? CPhaseVocoderV3::kFirstRepeatStage : 0;
 
         if (! isRepeat || repeatLocked)

@@ -40,8 +40,9 @@ public:
 
     const CPhaseVocoderV3& getVocoder() const noexcept { return vocoder; }
 
-    // Latency in output samples for given hops, repeat and pitch.
-    static double latencyFor (int frameSize, int analysisHop, int synthesisHop, int repeat, float pitch) noexcept;
+    // Latency in output samples for given hops, repeat and pitch; the
+    // synthesis hop may be the exact (fractional) one.
+    static double latencyFor (int frameSize, int analysisHop, double synthesisHop, int repeat, float pitch) noexcept;
 
 private:
     void applyToVocoder() noexcept;

@@ -149,6 +149,7 @@ void CPhaseVocoderV3::reset() noexcept
     hopsSetSinceReset = false;
     firstVisit = true;
     previousFrameRatio = ratio;
+    lastHop = 0;
     attackOffset = 0;
     peakCount = 0;
     // Out of reach for good: the position only moves while above -N/2.
@@ -231,6 +232,14 @@ void CPhaseVocoderV3::setHops (int newFrameSize, int newAnalysisHop, int newSynt
     }
     attackGain = hopSum > 0.0 ? static_cast<float> (halfSum / hopSum) : 1.0f;
     hopsSetSinceReset = true;
+    frameHop = synthesisHop;
+}
+
+void CPhaseVocoderV3::setFrameHop (int hop) noexcept
+{
+    if (frameSize == 0 || hop < 1 || hop > half)
+        return;
+    frameHop = hop;
 }
 
 // h(i) = 0.53836 - 0.46164 cos (2 pi i / (N - 1)), raised to the 3rd or 4th power.
@@ -679,6 +688,13 @@ void CPhaseVocoderV3::stagePropagate() noexcept
     float* sine = binRows[kSin];
     const int* peakOf = intRows[kPeakOf];
 
+    // This frame lies one spacing (the hop the last frame shifted out) after
+    // the last in the output: the phases advance by exactly that, so a
+    // frame one sample longer or shorter than the mean keeps the partials
+    // continuous and the pitch exact.
+    const int spacing = lastHop > 0 ? lastHop : frameHop;
+    const float advance = static_cast<float> (spacing) / static_cast<float> (analysisHop);
+
     if (! firstVisit)
     {
         // A repeat of an attack frame continues like a steady one.
@@ -691,7 +707,7 @@ void CPhaseVocoderV3::stagePropagate() noexcept
     {
         const int p = peaks[i];
         // An attack snaps the synthesis phase to the input's: theta is 0.
-        const float advanced = classOfPeak[p] == kTransientAttack ? phase[p] : psi[p] + increment[p] * ratio;
+        const float advanced = classOfPeak[p] == kTransientAttack ? phase[p] : psi[p] + increment[p] * advance;
         const float rotation = advanced - phase[p];
         theta[p] = rotation;
         cosine[p] = std::cos (rotation);
@@ -805,7 +821,7 @@ void CPhaseVocoderV3::stageOutput (float* const* output, int channel) noexcept
     if (channel == 0)
         ops->add (olaSum, windows[kProduct], frameSize);
 
-    const int hop = synthesisHop;
+    const int hop = frameHop;
     if (output != nullptr && output[channel] != nullptr)
     {
         float* out = output[channel];
@@ -828,6 +844,7 @@ void CPhaseVocoderV3::stageOutput (float* const* output, int channel) noexcept
         std::memcpy (classOfPeakPrevious, classOfPeak, static_cast<size_t> (bins));
         std::memcpy (classRows[kWasPeak], classRows[kIsPeak], static_cast<size_t> (bins));
         previousFrameRatio = ratio;
+        lastHop = hop;
         firstVisit = false;
     }
 }

@@ -78,10 +78,18 @@ public:
     // setHops counts as the first.
     void reset() noexcept;
 
-    // Hops for the coming frames; ratio is synthesisHop / analysisHop (the
-    // vocoder's share of the stretch). Rebuilds windows when the ratio crosses
-    // 1.5 (analysis) or the synthesis window rule applies.
+    // Hops for the coming frames; ratio is the vocoder's share of the stretch
+    // (the exact synthesis hop over analysisHop, which synthesisHop may only
+    // approach). Rebuilds windows when the ratio crosses 1.5 (analysis) or the
+    // synthesis window rule applies. Resets the frame hop to synthesisHop.
     void setHops (int frameSize, int analysisHop, int synthesisHop, float ratio) noexcept;
+
+    // The whole synthesis hop of the coming frame (1 .. N/2): what its stage
+    // 4 writes and shifts, so the next frame lies that far after it. Phases
+    // advance by the distance from the last frame over the analysis hop, so
+    // the pitch stays exact while hops of two lengths keep the mean ratio
+    // exact. Windows and attack classes keep following the ratio of setHops.
+    void setFrameHop (int hop) noexcept;
 
     // Bins from `bin` up are left empty (exclusive limit, at most N/2 + 1).
     void setUpperBin (int bin) noexcept;
@@ -91,8 +99,8 @@ public:
     void setPeakMode (bool allBins) noexcept { peakMode = allBins; }
 
     // One step. input: analysisHop new samples per channel (read at stage 0);
-    // aux: null (path off) or synthesisHop samples per channel at the output
-    // time scale; output: synthesisHop samples per channel (written at stage
+    // aux: null (path off) or getFrameHop() samples per channel at the output
+    // time scale; output: getFrameHop() samples per channel (written at stage
     // 4). A negative step -(c + 1) only shifts channel c's input into its frame
     // (a repeat that still consumes input).
     void processStep (const float* const* input, const float* const* aux, float* const* output, int step) noexcept;
@@ -104,6 +112,7 @@ public:
     int getFrameSize() const noexcept { return frameSize; }
     int getAnalysisHop() const noexcept { return analysisHop; }
     int getSynthesisHop() const noexcept { return synthesisHop; }
+    int getFrameHop() const noexcept { return frameHop; }
     float getRatio() const noexcept { return ratio; }
     bool isBypassed() const noexcept { return bypass; }
     float getAttackGain() const noexcept { return attackGain; }
@@ -153,6 +162,8 @@ private:
     int channels = 0;
     int analysisHop = 0;
     int synthesisHop = 0;
+    int frameHop = 0; // this frame's hop: what stage 4 writes and shifts
+    int lastHop = 0;  // what the last frame shifted: this frame's distance from it, 0 after reset
     float ratio = 1.0f;
     float previousFrameRatio = 1.0f;
     int upperBin = 0;

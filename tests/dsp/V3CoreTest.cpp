@@ -96,6 +96,37 @@ TEST (V3CoreFactors, PitchRiseLeavesTheBinsThatWouldFoldBackEmpty)
     EXPECT_EQ (c.core.getVocoder().getUpperBin(), 2049);
 }
 
+// 409.6 synthesis samples per 512 analysis at T = 0.8: with the pitch kept,
+// frames of 409 and 410 alternate so that their running sum stays within a
+// sample of the exact one; with the stretch kept, every frame is 409.
+TEST (V3CoreSteps, FractionalSynthesisHopFollowsTheExactRatio)
+{
+    for (auto adjust : { CMeridexCoreBase::kAdjustStretch, CMeridexCoreBase::kAdjustPitch })
+    {
+        Core c;
+        float stretch = 0.8f, pitch = 1.0f;
+        ASSERT_EQ (c.core.setStretchPitch (&stretch, &pitch, adjust, kMovePosition), kNoError);
+        const double exact = adjust == CMeridexCoreBase::kAdjustStretch ? 512.0 * static_cast<double> (0.8f) : 409.0;
+        EXPECT_NEAR (c.core.synthesisHopExact(), exact, 1.0e-9);
+        std::vector<float> in (512, 0.1f), left (c.core.getMaxOutputPerFrame()), right (left.size());
+        const float* ins[] = { in.data(), in.data() };
+        float* outs[] = { left.data(), right.data() };
+        long long total = 0;
+        int longer = 0;
+        for (int frame = 1; frame <= 300; ++frame)
+        {
+            for (int s = 0; s < c.core.getStepCount(); ++s)
+                c.core.processStep (ins, nullptr, outs, s);
+            const int hop = c.core.appliedSynthesis();
+            ASSERT_TRUE (hop == 409 || hop == 410) << frame;
+            longer += hop == 410 ? 1 : 0;
+            total += hop;
+            ASSERT_LE (std::fabs (static_cast<double> (total) - frame * exact), 1.0) << frame;
+        }
+        EXPECT_EQ (longer, adjust == CMeridexCoreBase::kAdjustStretch ? 180 : 0);
+    }
+}
+
 // A repeated frame runs the last two stages of each channel only and reads
 // no input; the first synthesis of an analysis frame reads one hop.
 TEST (V3CoreSteps, RepeatsSkipThreeStagesAndReadNoInput)

@@ -171,6 +171,35 @@ TEST (V3Attacks, ClickTrainStretchedByTwoStaysOneSharpClickPerClick)
     }
 }
 
+// A tempo-locked loop needs every event at T times its input time for the
+// whole file: hops that are whole numbers of samples must not let the timing
+// wander as the frames add up, whatever T is.
+TEST (V3Attacks, ClickTrainKeepsItsTimingOverEightSeconds)
+{
+    const int frames = static_cast<int> (8 * kRate);
+    std::vector<int> at;
+    for (int click = 3001; click < frames - 4000; click += 20011)
+        at.push_back (click);
+    const Channels input = clickTrain (frames, at, 0.9f);
+    for (double t : { 0.8, 1.25 })
+    {
+        const Channels out = stretched (input, t);
+        const auto& y = out[0];
+        long worst = 0;
+        for (int click : at)
+        {
+            const long want = std::lround (t * click);
+            long best = want - 2000;
+            for (long i = want - 2000; i < want + 2000; ++i)
+                if (std::fabs (y[static_cast<size_t> (i)]) > std::fabs (y[static_cast<size_t> (best)]))
+                    best = i;
+            EXPECT_LE (std::labs (best - want), 2) << "T " << t << " click at " << click << " lands " << best - want;
+            worst = std::max (worst, std::labs (best - want));
+        }
+        RecordProperty (t < 1.0 ? "worstOffsetT0_8" : "worstOffsetT1_25", static_cast<int> (worst));
+    }
+}
+
 // Plucked notes keep their onsets at the stretched times (within a few
 // milliseconds: the attack is placed by its largest sample, a little after
 // the onset), with nothing above -34 dB before them.
