@@ -17,6 +17,16 @@ Properties makeBuses()
                                   juce::AudioChannelSet::stereo(), false);
     return buses;
 }
+// Some hosts (JUCE's LV2 client among them) create and destroy the plug-in on
+// a thread of their own while JUCE's message thread runs and delivers
+// parameter changes of this very instance. Building and tearing down the
+// framework's objects then happens with the message thread held out.
+std::unique_ptr<juce::MessageManagerLock> holdMessageThreadIfElsewhere()
+{
+    if (auto* mm = juce::MessageManager::getInstanceWithoutCreating(); mm != nullptr && ! mm->isThisTheMessageThread())
+        return std::make_unique<juce::MessageManagerLock>();
+    return nullptr;
+}
 } // namespace
 
 const std::array<std::pair<const char*, const char*>, TavrinePluginProcessor::kNumRows>&
@@ -38,6 +48,7 @@ TavrinePluginProcessor::getAutomationTable()
 
 TavrinePluginProcessor::TavrinePluginProcessor() : AutomatedAudioProcessor (makeBuses<BusesProperties>())
 {
+    const auto messageThreadHeld = holdMessageThreadIfElsewhere();
     ++numInstances;
     playerInstance = new TavrinePlayerInstance();
 
@@ -63,6 +74,16 @@ TavrinePluginProcessor::TavrinePluginProcessor() : AutomatedAudioProcessor (make
 
 TavrinePluginProcessor::~TavrinePluginProcessor()
 {
+    const auto messageThreadHeld = holdMessageThreadIfElsewhere();
+
+    outputBpmShortcut.disconnect();
+    triggerPlayModeShortcut.disconnect();
+    triggerPlayModeAvailableShortcut.disconnect();
+    for (auto* handle : { &outputBpm, &masterBpm })
+        handle->bind (nullptr);
+    for (auto* handle : { &triggerPlayMode, &triggerPlayModeAvailable })
+        handle->bind (nullptr);
+    releaseAutomation();
     playerInstance = nullptr;
     --numInstances;
 }

@@ -30,6 +30,13 @@ void AutomationEntry::attach (juce::AudioProcessor& processor, int index)
     jassert (handle != nullptr);
 }
 
+void AutomationEntry::release()
+{
+    handle = nullptr;
+    handleHolder = nullptr;
+    parameter = nullptr;
+}
+
 float AutomationEntry::getValue() const
 {
     return handle->getNormalized (parameter->getValue().get());
@@ -144,6 +151,13 @@ int AutomatedAudioProcessor::addAutomation (const juce::String& path, const juce
     entry->attach (*this, entry->getParameterIndex());
     jassert (entry->getParameterIndex() == index);
     return index;
+}
+
+void AutomatedAudioProcessor::releaseAutomation()
+{
+    for (auto* entry : entries)
+        entry->release();
+    automationRoot = nullptr;
 }
 
 void AutomatedAudioProcessor::setCurrentProgram (int index)

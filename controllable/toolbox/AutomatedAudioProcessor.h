@@ -39,6 +39,8 @@ public:
 
     // Called once by the processor after the entry has its host index.
     void attach (juce::AudioProcessor& processor, int index);
+    // Lets go of the framework's objects; the entry is not used afterwards.
+    void release();
 
 private:
     double denormalizedFor (float normalised) const;
@@ -77,6 +79,9 @@ public:
 protected:
     // The controllable in which automation paths are looked up.
     void setAutomationRoot (Controllable* root) { automationRoot = root; }
+    // Lets go of every framework object the host parameters hold, so that a
+    // derived destructor can end their lives at a moment of its choosing.
+    void releaseAutomation();
 
 private:
     ControllablePtr automationRoot;
