@@ -91,6 +91,14 @@ int CFastResample::processPiece (const float* const* inputs, int offset, int cou
         int at = position;
         double fraction = accumulator;
         int n = 0;
+        if (ratio == 1.0 && fraction == 0.0 && at >= 1 && at <= count)
+        {
+            // Unit ratio on a whole position: both interpolators return y1
+            // exactly at t = 0, so a copy gives the same samples.
+            n = count - at + 1;
+            std::memcpy (out, row + at, sizeof (float) * static_cast<size_t> (n));
+            at = count + 1;
+        }
         while (at <= count)
         {
             const float t = static_cast<float> (fraction);
