@@ -54,7 +54,7 @@ TEST (AudioEventQueue, EqualTimesComeOutByPriorityThenInTheOrderAdded)
     auto f = p.add (1, 4.0, 'f');
     f->setTime (10.0); // sorted again: between the priorities 2 and 0
 
-    renderInBlocks (*p.chain, 100, 100);
+    render (*p.chain, 2, 100, 100);
     EXPECT_EQ (p.log, "dbacfe");
     EXPECT_EQ (p.positions, (std::vector<int> { 5, 10, 10, 10, 10, 10 }));
     // Events at one offset apply one after another with no segment between.
@@ -69,11 +69,11 @@ TEST (AudioEventQueue, ADisabledEventIsSkippedAndDoesNotStopTheSearch)
     off->setEnabled (false);
     p.add (2, 10.0, 'a');
     p.add (1, 20.0, 'b');
-    renderInBlocks (*p.chain, 64, 64);
+    render (*p.chain, 2, 64, 64);
     EXPECT_EQ (p.log, "ab");
     EXPECT_EQ (p.positions, (std::vector<int> { 10, 20 }));
     off->setEnabled (true); // its time has passed: no longer reachable
-    renderInBlocks (*p.chain, 64, 64);
+    render (*p.chain, 2, 64, 64);
     EXPECT_EQ (p.log, "ab");
 }
 
@@ -83,11 +83,11 @@ TEST (AudioEventQueue, AnEventMovedBackBehindTheCachedPlaceIsStillFound)
     auto x = p.add (0, 50.0, 'x');
     p.add (0, 80.0, 'y');
     p.add (0, 90.0, 'z');
-    renderInBlocks (*p.chain, 60, 60);
+    render (*p.chain, 2, 60, 60);
     ASSERT_EQ (p.log, "x");
     // x keeps index 0 but now lies before y, where the last search stopped.
     x->setTime (62.0);
-    renderInBlocks (*p.chain, 40, 40);
+    render (*p.chain, 2, 40, 40);
     EXPECT_EQ (p.positions, (std::vector<int> { 50, 62, 80, 90 }));
 }
 
@@ -97,7 +97,7 @@ TEST (AudioEventQueue, ARemovedEventIsNeverFreedOnTheRenderThread)
     std::atomic<bool> deleted { false };
     queue->add (new DyingEvent (deleted)); // the queue is its only holder
     bool deletedOnRenderThread = true;
-    runOnOtherThread ([&] {
+    std::thread renderThread ([&] {
         int samplesUntil = -1;
         auto event = queue->next (samplesUntil);
         // An event's work may take an event (itself too) out of the queue.
@@ -106,6 +106,7 @@ TEST (AudioEventQueue, ARemovedEventIsNeverFreedOnTheRenderThread)
         queue->releaseRetiredEvents();
         deletedOnRenderThread = deleted.load();
     });
+    renderThread.join();
     EXPECT_FALSE (deletedOnRenderThread);
     EXPECT_EQ (queue->getNumEvents(), 0);
     queue->releaseRetiredEvents();

@@ -3,38 +3,20 @@
 #include <atomic>
 #include <thread>
 
-#include "audio/MemoryAudioSource.h"
 #include "audio/Resampler.h"
 #include "tests/audio/AudioSourceTestSupport.h"
 
 using namespace qvrControllableAudio;
 using namespace tavrine::test;
 
-namespace
-{
-// A resampler behind a memory source over `data`.
-struct Resampled
-{
-    explicit Resampled (juce::AudioBuffer<float>& data, bool looping = false)
-    {
-        memory.setBuffer (&data, false);
-        memory.sourceLooping.write (looping);
-        resampler->setUpstream (&memory, head.get());
-    }
-    ~Resampled() { resampler->detachUpstream(); }
-
-    MemoryAudioSource memory;
-    juce::ReferenceCountedObjectPtr<HeadLink> head { new HeadLink (memory) };
-    ResamplerPtr resampler { new Resampler() };
-};
-} // namespace
+using Resampled = Fed<Resampler>;
 
 TEST (ResamplerSignal, AtRatioOneTheSignalPassesAfterTheEnginesLatency)
 {
     auto data = makeNoise (2, 6000, 21);
-    Resampled r (data);
-    r.resampler->prepareToPlay (256, 44100.0);
-    const auto out = render (*r.resampler, 2, 5000, 256);
+    Resampled r (data, false);
+    r.prepare (256);
+    const auto out = r.run (2, 5000, 256);
     int latency = 0;
     while (latency <= 8 && std::abs (out.getSample (0, 100 + latency) - data.getSample (0, 100)) > 1e-6f)
         ++latency;
@@ -49,11 +31,11 @@ TEST (ResamplerSignal, TheOutputLastsTheInputDividedByTheRatio)
     for (double ratio : { 2.0, 0.5 })
     {
         auto data = makeConstant (1, 4000, 0.5f);
-        Resampled r (data);
-        r.resampler->resamplingRatio.write (ratio);
-        r.resampler->prepareToPlay (512, 44100.0);
+        Resampled r (data, false);
+        r.link->resamplingRatio.write (ratio);
+        r.prepare();
         const int length = (int) (4000 / ratio) + 2000;
-        const auto out = render (*r.resampler, 1, length, 512);
+        const auto out = r.run (1, length);
         int loud = 0;
         for (int i = 0; i < length; ++i)
             loud += out.getSample (0, i) > 0.25f ? 1 : 0;
@@ -71,7 +53,7 @@ TEST (ResamplerEngine, SwapsWhileTheAudioThreadRendersAndDetachingSilences)
     other.setBuffer (&b, false);
     other.sourceLooping.write (true);
     juce::ReferenceCountedObjectPtr<HeadLink> otherHead (new HeadLink (other));
-    r.resampler->prepareToPlay (256, 44100.0);
+    r.prepare (256);
 
     std::atomic<bool> stop { false };
     std::atomic<int> strays { 0 };
@@ -79,7 +61,7 @@ TEST (ResamplerEngine, SwapsWhileTheAudioThreadRendersAndDetachingSilences)
         juce::AudioBuffer<float> out (2, 256);
         while (! stop)
         {
-            r.resampler->getNextAudioBlock (juce::AudioSourceChannelInfo (out));
+            r.link->getNextAudioBlock (juce::AudioSourceChannelInfo (out));
             const auto range = out.findMinMax (0, 0, 256);
             if (range.getStart() < -0.76f || range.getEnd() > 0.26f) // neither source nor a step between them
                 ++strays;
@@ -88,20 +70,20 @@ TEST (ResamplerEngine, SwapsWhileTheAudioThreadRendersAndDetachingSilences)
     for (int k = 0; k < 200; ++k)
     {
         if (k % 2 == 0)
-            r.resampler->setUpstream (&other, otherHead.get());
+            r.link->setUpstream (&other, otherHead.get());
         else
-            r.resampler->setUpstream (&r.memory, r.head.get());
+            r.link->setUpstream (&r.memory, r.head.get());
         juce::Thread::yield();
     }
     stop = true;
     audio.join();
     EXPECT_EQ (strays.load(), 0);
-    EXPECT_EQ (render (*r.resampler, 2, 128, 128).getSample (1, 100), 0.25f); // the last one linked
+    EXPECT_EQ (r.run (2, 128, 128).getSample (1, 100), 0.25f); // the last one linked
 
-    r.resampler->detachUpstream();
-    EXPECT_FALSE (r.resampler->hasEngine());
+    r.link->detachUpstream();
+    EXPECT_FALSE (r.link->hasEngine());
     auto out = makeConstant (2, 128, 1.0f);
-    r.resampler->getNextAudioBlock (juce::AudioSourceChannelInfo (out));
+    r.link->getNextAudioBlock (juce::AudioSourceChannelInfo (out));
     EXPECT_EQ (out.getMagnitude (0, 128), 0.0f);
 }
 

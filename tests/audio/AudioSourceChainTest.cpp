@@ -72,7 +72,7 @@ TEST (AudioSourceChainEvents, EventsFireOnTheirSampleBeforeTheAudioThere)
     for (double t : { 0.0, 37.0, 64.0, 100.0 })
         p.add (t, record);
 
-    renderInBlocks (*p.chain, 128, 64);
+    render (*p.chain, 2, 128, 64);
     EXPECT_EQ (seen, (std::vector<std::pair<int, int>> { { 0, 0 }, { 37, 37 }, { 64, 0 }, { 100, 36 } }));
     EXPECT_EQ (p.probe->segments, (std::vector<int> { 37, 27, 36, 28 }));
     EXPECT_EQ (p.chain->segmentCalls, 4);
@@ -89,7 +89,7 @@ TEST (AudioSourceChainEvents, ATimelineWithoutLengthRendersTheBlockInOnePiece)
 {
     ProbeChain lengthless (new LengthlessTimeline());
     auto e = lengthless.add (0.0);
-    renderInBlocks (*lengthless.chain, 64, 64);
+    render (*lengthless.chain, 2, 64, 64);
     EXPECT_EQ (e->fires, 0);
     EXPECT_EQ (lengthless.probe->segments, (std::vector<int> { 64 }));
 }
@@ -118,7 +118,7 @@ TEST (AudioSourceChainEvents, EventsThatRescheduleOrMoveTheTimelineCannotLoopFor
         periodicAt.push_back ((int) timeline->getPosition());
         e.setTime (e.getTime() + 16.0);
     });
-    renderInBlocks (*p.chain, 105, 7);
+    render (*p.chain, 2, 105, 7);
     EXPECT_EQ (same->fires, 1);
     EXPECT_EQ (inside->fires, 1);
     EXPECT_EQ (periodicAt, (std::vector<int> { 10, 26, 42, 58, 74, 90 }));
@@ -128,7 +128,7 @@ TEST (AudioSourceChainEvents, EventsThatRescheduleOrMoveTheTimelineCannotLoopFor
     auto* t2 = pingPong.chain->getTimeline();
     auto a = pingPong.add (10.0, [t2] (TestEvent&) { t2->setPosition (20.0); });
     auto b = pingPong.add (20.0, [t2] (TestEvent&) { t2->setPosition (10.0); });
-    renderInBlocks (*pingPong.chain, 64, 64);
+    render (*pingPong.chain, 2, 64, 64);
     EXPECT_EQ (pingPong.probe->received, 64);
     EXPECT_LE (a->fires + b->fires, AudioSourceChain::kMaxEventsWithoutAudio + 1);
 }
@@ -144,7 +144,7 @@ TEST (AudioSourceChainLinks, WrappedPlainSourcesFilterInPlaceAndPublishTheirPara
         chain->appendSource (scale, true);
         chain->append (new ChainableAudioSourceProviderAdapter (new ScaleSource (&deleted), true));
 
-        const auto out = renderInBlocks (*chain, 100, 64);
+        const auto out = render (*chain, 2, 100, 64);
         for (int i = 0; i < 100; ++i)
             ASSERT_EQ (out.getSample (1, i), 0.5f * HashSource::valueAt (i, 1)) << i;
 
@@ -176,7 +176,7 @@ TEST (AudioSourceChainPositionable, TheProxySeeksTheHeadAndFollowsTheUpstreamLen
     EXPECT_EQ (proxy->totalLength.read(), 1000);
 
     proxy->nextReadPosition.write (500); // reaches the head before the next block
-    const auto out = renderInBlocks (*proxy, 64, 64);
+    const auto out = render (*proxy, 2, 64, 64);
     EXPECT_EQ (out.getSample (0, 0), HashSource::valueAt (500, 0));
     EXPECT_EQ (proxy->nextReadPosition.read(), 564);
 

@@ -8,6 +8,7 @@
 
 #include "audio/AudioSourceProvider.h"
 #include "audio/FilteringAudioSourceWrapper.h"
+#include "audio/MemoryAudioSource.h"
 #include "tests/support/AllocationCounter.h"
 
 // Signals, block rendering and hand-made links for the tests of the audio
@@ -41,6 +42,33 @@ inline juce::AudioBuffer<float> makeConstant (int channels, int length, float va
         juce::FloatVectorOperations::fill (b.getWritePointer (c), value, length);
     return b;
 }
+
+// A seekable sine of amplitude 0.5 at `hz` for 44100 Hz, the same on every
+// channel; counts what it is asked for and remembers the rate it was prepared at.
+class SineSource : public juce::PositionableAudioSource
+{
+public:
+    explicit SineSource (double hz = 441.0) : frequency (hz) {}
+    void prepareToPlay (int, double rate) override { preparedRate = rate; }
+    void releaseResources() override {}
+    void getNextAudioBlock (const juce::AudioSourceChannelInfo& info) override
+    {
+        for (int i = 0; i < info.numSamples; ++i, ++position)
+        {
+            const auto v = (float) (0.5 * std::sin (2.0 * juce::MathConstants<double>::pi * frequency * (double) position / 44100.0));
+            for (int c = 0; c < info.buffer->getNumChannels(); ++c)
+                info.buffer->setSample (c, info.startSample + i, v);
+        }
+        pulled += info.numSamples;
+    }
+    void setNextReadPosition (juce::int64 p) override { position = p; }
+    juce::int64 getNextReadPosition() const override { return position; }
+    juce::int64 getTotalLength() const override { return 1 << 30; }
+    bool isLooping() const override { return false; }
+
+    double frequency, preparedRate = 0.0;
+    juce::int64 position = 0, pulled = 0;
+};
 
 // Runs `source` in place over `io` in blocks of `block` samples (a head
 // overwrites the content, a filter works on it); `beforeBlock` gets each start.
@@ -108,5 +136,28 @@ public:
 
 private:
     qvrControllableAudio::FilteringAudioSourceWrapper pull;
+};
+
+// A memory source over `data` in front of a new `Link` (a chainable provider).
+template <typename Link>
+struct Fed
+{
+    explicit Fed (juce::AudioBuffer<float>& data, bool looping = true)
+    {
+        memory.setBuffer (&data, false);
+        memory.sourceLooping.write (looping);
+        link->setUpstream (&memory, head.get());
+    }
+    ~Fed() { link->detachUpstream(); }
+
+    void prepare (int block = 512) { link->getAudioSource()->prepareToPlay (block, 44100.0); }
+    juce::AudioBuffer<float> run (int channels, int length, int block = 512)
+    {
+        return render (*link->getAudioSource(), channels, length, block);
+    }
+
+    qvrControllableAudio::MemoryAudioSource memory;
+    juce::ReferenceCountedObjectPtr<HeadLink> head { new HeadLink (memory) };
+    juce::ReferenceCountedObjectPtr<Link> link { new Link() };
 };
 } // namespace tavrine::test

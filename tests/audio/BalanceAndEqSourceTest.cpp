@@ -3,7 +3,6 @@
 #include <cmath>
 
 #include "audio/InterpolatedBalanceSource.h"
-#include "audio/MemoryAudioSource.h"
 #include "audio/ParamEqSource.h"
 #include "tests/audio/AudioSourceTestSupport.h"
 
@@ -12,29 +11,6 @@ using namespace tavrine::test;
 
 namespace
 {
-// A looping memory source over `data` in front of a new `Link`.
-template <typename Link>
-struct Fed
-{
-    explicit Fed (juce::AudioBuffer<float>& data)
-    {
-        memory.setBuffer (&data, false);
-        memory.sourceLooping.write (true);
-        link->setUpstream (&memory, head.get());
-    }
-    ~Fed() { link->detachUpstream(); }
-
-    void prepare() { link->getAudioSource()->prepareToPlay (512, 44100.0); }
-    juce::AudioBuffer<float> run (int channels, int length, int block = 512)
-    {
-        return render (*link->getAudioSource(), channels, length, block);
-    }
-
-    MemoryAudioSource memory;
-    juce::ReferenceCountedObjectPtr<HeadLink> head { new HeadLink (memory) };
-    juce::ReferenceCountedObjectPtr<Link> link { new Link() };
-};
-
 void setShape (ParamEqSource& eq, const char* type, const char* slope, double frequency)
 {
     eq.filterType.write (type);

@@ -2,7 +2,6 @@
 
 #include "audio/MemorizingAudioChain.h"
 #include "tests/audio/ChainTestSources.h"
-#include "tests/support/AllocationCounter.h"
 
 using namespace tavrine::test;
 
@@ -62,7 +61,7 @@ struct Scenario
 TEST (ChainScenario, OutputAndEventsAreBitIdenticalForEveryBlockSize)
 {
     Scenario reference;
-    const auto expected = renderInBlocks (*reference.chain, kTotal, 4096);
+    const auto expected = render (*reference.chain, 2, kTotal, 4096);
     ASSERT_GE (reference.fired.size(), 10u);
     for (const auto& f : reference.fired)
         ASSERT_NE (f.first, 'q');
@@ -70,7 +69,7 @@ TEST (ChainScenario, OutputAndEventsAreBitIdenticalForEveryBlockSize)
     for (int blockSize : { 1, 7, 64, 128, 512 })
     {
         Scenario s;
-        const auto out = renderInBlocks (*s.chain, kTotal, blockSize);
+        const auto out = render (*s.chain, 2, kTotal, blockSize);
         EXPECT_EQ (s.fired, reference.fired) << "block size " << blockSize;
         EXPECT_TRUE (bitIdentical (out, expected)) << "block size " << blockSize;
     }
@@ -80,9 +79,7 @@ TEST (ChainScenario, RenderingAllocatesNothingAfterPrepareToPlay)
 {
     Scenario s;
     juce::AudioBuffer<float> buffer (2, 4096);
-    std::size_t allocations = 1;
-    runOnOtherThread ([&] {
-        const ScopedAllocationCount count;
+    const auto allocations = allocationsOnAudioThread ([&] {
         int done = 0;
         for (int blockSize : { 7, 64, 1, 4096, 128, 512 })
             for (int i = 0; i < 5 && done < kTotal; ++i, done += blockSize)
@@ -92,7 +89,6 @@ TEST (ChainScenario, RenderingAllocatesNothingAfterPrepareToPlay)
         s.chain->dropMemory (100);
         s.chain->getNextAudioBlock (juce::AudioSourceChannelInfo (&buffer, 0, 0));
         s.chain->getNextAudioBlock (juce::AudioSourceChannelInfo (&buffer, 0, 4096));
-        allocations = count.count();
     });
     EXPECT_EQ (allocations, 0u);
     EXPECT_GE (s.fired.size(), 10u);

@@ -1,12 +1,11 @@
 #pragma once
 
 #include <cstring>
-#include <functional>
-#include <thread>
 #include <vector>
 
 #include "audio/AbstractAudioEvent.h"
 #include "audio/CrossfadeableSource.h"
+#include "tests/audio/AudioSourceTestSupport.h"
 
 // Small sources and events for the chain tests. Each renders as a pure
 // function of its state, so the same state gives the same bits whatever the
@@ -138,15 +137,6 @@ private:
 
 using TestEventPtr = juce::ReferenceCountedObjectPtr<TestEvent>;
 
-inline juce::AudioBuffer<float> renderInBlocks (juce::AudioSource& source, int total, int blockSize)
-{
-    juce::AudioBuffer<float> out (2, total);
-    out.clear();
-    for (int start = 0; start < total; start += blockSize)
-        source.getNextAudioBlock (juce::AudioSourceChannelInfo (&out, start, juce::jmin (blockSize, total - start)));
-    return out;
-}
-
 inline bool bitIdentical (const juce::AudioBuffer<float>& a, const juce::AudioBuffer<float>& b, int startA = 0,
                           int startB = 0, int length = -1)
 {
@@ -155,13 +145,5 @@ inline bool bitIdentical (const juce::AudioBuffer<float>& a, const juce::AudioBu
         if (std::memcmp (a.getReadPointer (c, startA), b.getReadPointer (c, startB), sizeof (float) * (size_t) length) != 0)
             return false;
     return true;
-}
-
-// On a thread of its own, so that per-thread allocation counts see the body alone.
-template <typename Body>
-void runOnOtherThread (Body&& body)
-{
-    std::thread t (std::forward<Body> (body));
-    t.join();
 }
 } // namespace tavrine::test

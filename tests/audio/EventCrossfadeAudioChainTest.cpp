@@ -37,7 +37,7 @@ TEST (EventCrossfadeAudioChain, AStepBecomesALinearFadeThatJoinsAcrossShortBlock
         auto* level = new ScaleSource (nullptr, true);
         auto chain = makeChain (level);
         addEvent (*chain, 192.0, [level] (TestEvent&) { level->gain = 0.0f; });
-        const auto out = renderInBlocks (*chain, 400, blockSize);
+        const auto out = render (*chain, 2, 400, blockSize);
         for (int i = 0; i < 400; ++i)
         {
             const float expected = i < 192 ? 1.0f : i < 320 ? (float) (320 - i) / 128.0f : 0.0f;
@@ -52,7 +52,7 @@ TEST (EventCrossfadeAudioChain, TwoEventsWithinTheFadeLengthGiveOneFade)
     auto chain = makeChain (head);
     addEvent (*chain, 300.0, [head] (TestEvent&) { head->position = 10000; });
     addEvent (*chain, 350.0, [head] (TestEvent&) { head->position = 20000; });
-    const auto out = renderInBlocks (*chain, 600, 64);
+    const auto out = render (*chain, 2, 600, 64);
     EXPECT_EQ (head->saves, 1);
     EXPECT_EQ (head->samplesRenderedInCrossfade, 128);
     // The second jump took effect; the one fade ended 128 samples after the first.
@@ -66,21 +66,21 @@ TEST (EventCrossfadeAudioChain, SavingAndRestoringLeavesEverySourceRenderingWhat
 {
     // One chain with an event that changes nothing, one without: the fade's
     // extra render must leave no trace in the members' state.
-    auto render = [] (bool withEvent, std::vector<float>& heard) {
+    auto run = [] (bool withEvent, std::vector<float>& heard) {
         auto* filter = new OnePoleSource();
         filter->recording = true;
         auto chain = makeChain (new HashSource(), filter);
         bool markedDuringWork = true;
         if (withEvent)
             addEvent (*chain, 500.0, [&] (TestEvent&) { markedDuringWork = filter->inCrossfade; });
-        auto out = renderInBlocks (*chain, 2000, 96);
+        auto out = render (*chain, 2, 2000, 96);
         heard = filter->heard;
         EXPECT_TRUE (! withEvent || ! markedDuringWork);
         return out;
     };
     std::vector<float> heardPlain, heardFaded;
-    const auto plain = render (false, heardPlain);
-    const auto faded = render (true, heardFaded);
+    const auto plain = run (false, heardPlain);
+    const auto faded = run (true, heardFaded);
 
     EXPECT_EQ (heardFaded, heardPlain);
     EXPECT_TRUE (bitIdentical (plain, faded, 0, 0, 500));
@@ -99,13 +99,13 @@ TEST (EventCrossfadeAudioChain, TheFadeLengthIsPublishedAndZeroCutsHard)
 
     size->getValue()->setInt (32);
     addEvent (*chain, 0.0, [level] (TestEvent&) { level->gain = 0.0f; });
-    auto out = renderInBlocks (*chain, 64, 64);
+    auto out = render (*chain, 2, 64, 64);
     EXPECT_EQ (out.getSample (0, 16), 0.5f);
     EXPECT_EQ (out.getSample (0, 32), 0.0f);
 
     size->getValue()->setInt (0);
     addEvent (*chain, 70.0, [level] (TestEvent&) { level->gain = 0.25f; });
-    out = renderInBlocks (*chain, 20, 20);
+    out = render (*chain, 2, 20, 20);
     EXPECT_EQ (out.getSample (0, 5), 0.0f);
     EXPECT_EQ (out.getSample (0, 6), 0.25f);
 }

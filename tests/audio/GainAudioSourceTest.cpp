@@ -2,6 +2,7 @@
 
 #include "audio/GainAudioSource.h"
 #include "tests/audio/AudioSourceTestSupport.h"
+#include "tests/support/RecordingListener.h"
 
 using qvrControllableAudio::GainAudioSource;
 using namespace tavrine::test;
@@ -71,11 +72,7 @@ TEST (GainRamp, RestoringACrossfadeTakesTheTargetAtOnce)
 
 TEST (GainClipping, HoldsForTheReleaseTimeAfterTheFirstClipAndLaterClipsDoNotExtendIt)
 {
-    struct Counter : qvrControllableAPI::ParameterChangeListener
-    {
-        void parameterChanged (qvrControllableAPI::ParameterDef*) override { ++calls; }
-        int calls = 0;
-    } listener;
+    RecordingListener listener;
     Playing g (0);
     g.source.detectClipping.write (true);
     g.source.clipReleaseSamples.write (1000);
@@ -94,6 +91,6 @@ TEST (GainClipping, HoldsForTheReleaseTimeAfterTheFirstClipAndLaterClipsDoNotExt
         ASSERT_TRUE (block (3.0f)) << k;
     EXPECT_FALSE (block (3.0f)); // released after 1000 samples, clip or not
     EXPECT_TRUE (block (2.1f));  // a new hold
-    EXPECT_EQ (listener.calls, 3);
+    EXPECT_EQ (listener.calls.load(), 3);
     g.source.clipping->removeChangeListener (&listener, true);
 }

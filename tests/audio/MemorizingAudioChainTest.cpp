@@ -41,11 +41,11 @@ TEST (MemorizingAudioChain, ARewindReplaysBitForBitAndTheStreamThenContinues)
     for (int n : { 1, 300, 1023 })
     {
         ChainPtr chain (new RecordingMemoryChain (1000));
-        renderInBlocks (*chain, 2000, 64);
+        render (*chain, 2, 2000, 64);
         chain->rewindMemory (n);
         EXPECT_EQ (chain->getPendingReplay(), n);
-        expectSignal (renderInBlocks (*chain, n, 7), 2000 - n, "replay");
-        expectSignal (renderInBlocks (*chain, 500, 64), 2000, "continuation");
+        expectSignal (render (*chain, 2, n, 7), 2000 - n, "replay");
+        expectSignal (render (*chain, 2, 500, 64), 2000, "continuation");
         EXPECT_EQ (chain->head->position, 2500);
     }
 }
@@ -53,16 +53,16 @@ TEST (MemorizingAudioChain, ARewindReplaysBitForBitAndTheStreamThenContinues)
 TEST (MemorizingAudioChain, ARewindOfMoreThanIsHeldIsIgnored)
 {
     ChainPtr chain (new RecordingMemoryChain (1000));
-    renderInBlocks (*chain, 100, 64);
+    render (*chain, 2, 100, 64);
     chain->rewindMemory (101);
     EXPECT_EQ (chain->getPendingReplay(), 0);
     chain->rewindMemory (60);
     chain->rewindMemory (40); // adds up to what is held
     chain->rewindMemory (1);  // one more is too many
     EXPECT_EQ (chain->getPendingReplay(), 100);
-    expectSignal (renderInBlocks (*chain, 150, 64), 0, "replay, then fresh");
+    expectSignal (render (*chain, 2, 150, 64), 0, "replay, then fresh");
 
-    renderInBlocks (*chain, 5000, 512); // never a whole ring, however much was played
+    render (*chain, 2, 5000, 512); // never a whole ring, however much was played
     chain->rewindMemory (chain->getMemorySize());
     EXPECT_EQ (chain->getPendingReplay(), 0);
 }
@@ -70,20 +70,20 @@ TEST (MemorizingAudioChain, ARewindOfMoreThanIsHeldIsIgnored)
 TEST (MemorizingAudioChain, DroppingForgetsTheMemoryAndRewindsTheChainByWhatWasHeld)
 {
     ChainPtr chain (new RecordingMemoryChain (1000));
-    renderInBlocks (*chain, 120, 64);
+    render (*chain, 2, 120, 64);
     chain->rewindMemory (50);
     chain->dropMemory (500);
     EXPECT_EQ (chain->rewinds, (std::vector<int> { 120 }));
     chain->rewindMemory (1);
-    expectSignal (renderInBlocks (*chain, 64, 64), 120, "fresh");
+    expectSignal (render (*chain, 2, 64, 64), 120, "fresh");
     chain->dropMemory (10);
     EXPECT_EQ (chain->rewinds, (std::vector<int> { 120, 10 }));
 
     ChainPtr noMemory (new RecordingMemoryChain (0));
-    renderInBlocks (*noMemory, 100, 64);
+    render (*noMemory, 2, 100, 64);
     noMemory->rewindMemory (10);
     noMemory->dropMemory (10);
     EXPECT_TRUE (noMemory->rewinds.empty());
-    expectSignal (renderInBlocks (*noMemory, 64, 64), 100, "without memory");
+    expectSignal (render (*noMemory, 2, 64, 64), 100, "without memory");
     EXPECT_NE (noMemory->getInstanceId(), chain->getInstanceId());
 }

@@ -26,14 +26,15 @@ protected:
     juce::File dir;
 };
 
-// A WAV file read back through JUCE's readers; lengthSamples is -1 if it
-// does not open.
+// A WAV or AIFF file read back through JUCE's readers; lengthSamples is -1
+// if it does not open.
 struct WavContents
 {
     juce::int64 lengthSamples = -1;
     double sampleRate = 0.0;
     int numChannels = 0, bitsPerSample = 0;
     bool isFloat = false, allFinite = true;
+    juce::AudioBuffer<float> samples;
 };
 
 inline WavContents readWav (const juce::File& wavFile)
@@ -45,12 +46,12 @@ inline WavContents readWav (const juce::File& wavFile)
         return {};
 
     const int length = (int) reader->lengthInSamples;
-    juce::AudioBuffer<float> samples ((int) reader->numChannels, length);
-    reader->read (&samples, 0, length, 0, true, true);
     WavContents contents { reader->lengthInSamples, reader->sampleRate, (int) reader->numChannels,
-                           (int) reader->bitsPerSample, reader->usesFloatingPointData };
-    for (int ch = 0; ch < samples.getNumChannels(); ++ch)
+                           (int) reader->bitsPerSample, reader->usesFloatingPointData, true,
+                           juce::AudioBuffer<float> ((int) reader->numChannels, length) };
+    reader->read (&contents.samples, 0, length, 0, true, true);
+    for (int ch = 0; ch < contents.numChannels; ++ch)
         for (int i = 0; i < length; ++i)
-            contents.allFinite = contents.allFinite && std::isfinite (samples.getSample (ch, i));
+            contents.allFinite = contents.allFinite && std::isfinite (contents.samples.getSample (ch, i));
     return contents;
 }

@@ -104,30 +104,33 @@ TEST (RenderOffline, EveryBlockSizeDeliversEachEventOnItsSampleWithAMatchingPlay
     }
 }
 
-class RenderToFileAtRate : public CliTempDirTest, public ::testing::WithParamInterface<int>
-{
-};
-
-TEST_P (RenderToFileAtRate, WritesExactlyTheRequestedLengthOfFiniteStereo)
-{
-    const int rate = GetParam();
-    auto options = optionsFor (file ("out.wav"), rate, 512);
-    options.lengthSeconds = 1.25;
-    const auto result = renderToFile (options);
-    ASSERT_EQ (result.code, ExitCode::success) << result.errorText;
-
-    const auto wav = readWav (file ("out.wav"));
-    EXPECT_EQ (wav.lengthSamples, std::llround (1.25 * rate));
-    EXPECT_EQ (result.summary.lengthSamples, wav.lengthSamples);
-    EXPECT_EQ (wav.sampleRate, rate);
-    EXPECT_EQ (wav.numChannels, 2);
-    EXPECT_EQ (wav.bitsPerSample, 24);
-    EXPECT_TRUE (wav.allFinite);
-}
-
-INSTANTIATE_TEST_SUITE_P (Rates, RenderToFileAtRate, ::testing::Values (44100, 48000));
-
 using RenderToFile = CliTempDirTest;
+
+TEST_F (RenderToFile, WritesExactlyTheRequestedLengthRateAndDepthOverALongerEarlierFile)
+{
+    struct Case
+    {
+        int rate, bits;
+        double seconds;
+    };
+    // Longest first: each render replaces a longer file.
+    for (const auto& c : { Case { 48000, 24, 2.0 }, Case { 44100, 24, 1.25 }, Case { 44100, 16, 0.5 }, Case { 44100, 32, 0.25 } })
+    {
+        SCOPED_TRACE (juce::String (c.rate) + " Hz, " + juce::String (c.bits) + " bits");
+        auto options = optionsFor (file ("out.wav"), c.rate, 512);
+        options.lengthSeconds = c.seconds;
+        options.bitsPerSample = c.bits;
+        const auto result = renderToFile (options);
+        ASSERT_EQ (result.code, ExitCode::success) << result.errorText;
+
+        const auto wav = readWav (file ("out.wav"));
+        EXPECT_EQ (wav.lengthSamples, std::llround (c.seconds * c.rate));
+        EXPECT_EQ (result.summary.lengthSamples, wav.lengthSamples);
+        EXPECT_EQ (std::make_tuple (wav.sampleRate, wav.numChannels, wav.bitsPerSample, wav.isFloat),
+                   std::make_tuple ((double) c.rate, 2, c.bits, c.bits == 32));
+        EXPECT_TRUE (wav.allFinite);
+    }
+}
 
 TEST_F (RenderToFile, PatternLengthPlusTailIsTheSameForEveryBlockSize)
 {
@@ -140,24 +143,6 @@ TEST_F (RenderToFile, PatternLengthPlusTailIsTheSameForEveryBlockSize)
         ASSERT_EQ (result.code, ExitCode::success) << result.errorText;
         // Two bars at 300 bpm (1.6 s), then the tail.
         EXPECT_EQ (readWav (file ("out.wav")).lengthSamples, 76800 + 12000) << "block " << blockSize;
-    }
-}
-
-TEST_F (RenderToFile, ReplacesALongerExistingFileAndHonoursTheBitDepth)
-{
-    auto options = optionsFor (file ("out.wav"), 44100, 256);
-    options.lengthSeconds = 2.0;
-    ASSERT_EQ (renderToFile (options).code, ExitCode::success);
-
-    for (const int bits : { 16, 32 })
-    {
-        options.lengthSeconds = 0.5;
-        options.bitsPerSample = bits;
-        ASSERT_EQ (renderToFile (options).code, ExitCode::success);
-        const auto wav = readWav (file ("out.wav"));
-        EXPECT_EQ (wav.lengthSamples, 22050) << bits;
-        EXPECT_EQ (wav.bitsPerSample, bits);
-        EXPECT_EQ (wav.isFloat, bits == 32);
     }
 }
 

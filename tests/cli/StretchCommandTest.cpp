@@ -1,5 +1,5 @@
-// `tavrine stretch` from the command line to the file: options, lengths,
-// pitch and timing of what is written, formats, and every way it can fail.
+// `tavrine stretch` from the command line to the file: options, the length,
+// channels and pitch of what is written, formats, and every way it can fail.
 
 #include <cmath>
 #include <sstream>
@@ -16,11 +16,11 @@ using Channels = std::vector<std::vector<float>>;
 
 constexpr double kRate = 44100.0;
 
-std::vector<float> sine (double hz, int frames, double rate = kRate, int silentFrames = 0)
+std::vector<float> sine (double hz, int frames, double rate = kRate)
 {
-    std::vector<float> samples ((size_t) frames, 0.0f);
-    for (int i = silentFrames; i < frames; ++i)
-        samples[(size_t) i] = 0.5f * (float) std::sin (2.0 * juce::MathConstants<double>::pi * hz * (i - silentFrames) / rate);
+    std::vector<float> samples ((size_t) frames);
+    for (int i = 0; i < frames; ++i)
+        samples[(size_t) i] = 0.5f * (float) std::sin (2.0 * juce::MathConstants<double>::pi * hz * i / rate);
     return samples;
 }
 
@@ -44,32 +44,19 @@ void writeAudio (const juce::File& target, const Channels& audio, double rate, i
     ASSERT_TRUE (writer->writeFromFloatArrays (pointers.data(), (int) audio.size(), (int) audio[0].size()));
 }
 
-Channels readSamples (const juce::File& source)
+// Frequency of one channel from the upward zero crossings in the middle half,
+// placed between samples by linear interpolation; 0 for a silent channel.
+double measureHz (const juce::AudioBuffer<float>& audio, int channel)
 {
-    juce::AudioFormatManager formats;
-    formats.registerBasicFormats();
-    std::unique_ptr<juce::AudioFormatReader> reader (formats.createReaderFor (source));
-    if (reader == nullptr)
-        return {};
-    Channels audio (reader->numChannels, std::vector<float> ((size_t) reader->lengthInSamples));
-    std::vector<float*> pointers;
-    for (auto& channel : audio)
-        pointers.push_back (channel.data());
-    reader->read (pointers.data(), (int) audio.size(), 0, (int) reader->lengthInSamples);
-    return audio;
-}
-
-// Frequency from the upward zero crossings in the middle half, placed between
-// samples by linear interpolation; 0 for a silent channel.
-double measureHz (const std::vector<float>& samples)
-{
+    const auto* x = audio.getReadPointer (channel);
+    const int n = audio.getNumSamples();
     double first = -1.0, last = -1.0;
     int crossings = 0;
-    for (size_t i = samples.size() / 4; i + 1 < samples.size() * 3 / 4; ++i)
+    for (int i = n / 4; i + 1 < n * 3 / 4; ++i)
     {
-        if (samples[i] <= 0.0f && samples[i + 1] > 0.0f)
+        if (x[i] <= 0.0f && x[i + 1] > 0.0f)
         {
-            last = (double) i + samples[i] / (samples[i] - samples[i + 1]);
+            last = i + x[i] / (x[i] - x[i + 1]);
             first = first < 0.0 ? last : first;
             ++crossings;
         }
@@ -78,21 +65,9 @@ double measureHz (const std::vector<float>& samples)
 }
 
 // Within a tenth of a percent (under 2 cents): the engine's error is 1000 times smaller.
-void expectHz (const std::vector<float>& samples, double hz, const char* what)
+void expectHz (const juce::AudioBuffer<float>& audio, int channel, double hz)
 {
-    EXPECT_NEAR (measureHz (samples), hz, hz * 0.001) << what;
-}
-
-// The first frame whose magnitude reaches half the peak of the whole channel.
-long firstLoudFrame (const std::vector<float>& samples)
-{
-    float peak = 0.0f;
-    for (const float s : samples)
-        peak = std::max (peak, std::abs (s));
-    for (size_t i = 0; i < samples.size(); ++i)
-        if (std::abs (samples[i]) >= 0.5f * peak)
-            return (long) i;
-    return -1;
+    EXPECT_NEAR (measureHz (audio, channel), hz, hz * 0.001) << "channel " << channel;
 }
 
 struct CommandRun
@@ -165,63 +140,35 @@ TEST (StretchOptions, TakesTheParameterRangesInclusiveAndRefusesEverythingElse)
 
 // --- What is written -------------------------------------------------------
 
-class StretchLength : public StretchCommand, public ::testing::WithParamInterface<std::tuple<double, int>>
+TEST_F (StretchCommand, WritesTheRoundedLengthAndMovesEachChannelsToneByThePitchAlone)
 {
-};
-
-std::string nameLengthCase (const ::testing::TestParamInfo<std::tuple<double, int>>& info)
-{
-    return "Time" + std::to_string (std::lround (std::get<0> (info.param) * 100)) + "Percent"
-           + std::to_string (std::get<1> (info.param)) + "Channels";
-}
-
-TEST_P (StretchLength, IsExactlyTheRoundedProductAndEachChannelKeepsItsTone)
-{
-    const auto [timeFactor, numChannels] = GetParam();
-    constexpr int kFrames = 22051; // odd: T x n is whole only for T = 2
-    Channels input;
-    for (int c = 0; c < numChannels; ++c)
-        input.push_back (sine (220.0 * (c + 1), kFrames)); // a swap or a mix of channels shows
-    writeAudio (file ("in.wav"), input, kRate, 24);
-
-    const auto run = stretch ({ "--time", juce::String (timeFactor) });
-    ASSERT_EQ (run.code, ExitCode::success) << run.err;
-
-    const auto wav = readWav (file ("out.wav"));
-    EXPECT_EQ (wav.lengthSamples, std::llround (timeFactor * kFrames));
-    EXPECT_EQ (wav.numChannels, numChannels);
-    EXPECT_EQ (wav.sampleRate, kRate);
-    EXPECT_TRUE (wav.allFinite);
-    const auto out = readSamples (file ("out.wav"));
-    for (int c = 0; c < (int) out.size(); ++c)
-        expectHz (out[(size_t) c], 220.0 * (c + 1), "a stretch keeps the frequency");
-    EXPECT_NE (run.out.find (std::to_string (wav.lengthSamples) + " frames"), std::string::npos) << run.out;
-    EXPECT_NE (run.out.find ("x realtime"), std::string::npos) << run.out;
-}
-
-INSTANTIATE_TEST_SUITE_P (FactorsAndChannels, StretchLength,
-                          ::testing::Combine (::testing::Values (0.5, 1.25, 2.0), ::testing::Values (1, 2, 3)), nameLengthCase);
-
-TEST_F (StretchCommand, PitchMovesEachChannelByTheRatio)
-{
-    writeAudio (file ("in.wav"), { sine (440.0, 44100), sine (330.0, 44100) }, kRate, 32);
-    ASSERT_EQ (stretch ({ "--pitch", "7" }).code, ExitCode::success);
-    const auto out = readSamples (file ("out.wav"));
-    ASSERT_EQ (out.size(), 2u);
-    const double ratio = std::pow (2.0, 7.0 / 12.0);
-    expectHz (out[0], 440.0 * ratio, "left");
-    expectHz (out[1], 330.0 * ratio, "right");
-}
-
-TEST_F (StretchCommand, AnOnsetLandsWhereTheFactorPutsIt)
-{
-    // The latency left uncompensated would put it thousands of frames late.
-    constexpr int kSilent = 11025;
-    writeAudio (file ("in.wav"), { sine (440.0, 2 * kSilent, kRate, kSilent) }, kRate, 32);
-    for (const double timeFactor : { 0.5, 2.0 })
+    // Length, timing and pitch accuracy are the library's; here every channel
+    // must reach its own place in the file, with the factors where they belong.
+    struct Case
     {
-        ASSERT_EQ (stretch ({ "--time", juce::String (timeFactor) }).code, ExitCode::success);
-        EXPECT_NEAR ((double) firstLoudFrame (readSamples (file ("out.wav"))[0]), timeFactor * kSilent, 384.0) << timeFactor;
+        int numChannels;
+        double timeFactor, semitones;
+    };
+    constexpr int kFrames = 22051; // odd: T x n is whole only for T = 2
+    for (const auto& c : { Case { 1, 0.5, 0.0 }, Case { 2, 1.25, 7.0 }, Case { 3, 2.0, 0.0 }, Case { 2, 1.0, -5.0 } })
+    {
+        SCOPED_TRACE (juce::String (c.numChannels) + " channels, time " + juce::String (c.timeFactor) + ", pitch "
+                      + juce::String (c.semitones));
+        Channels input;
+        for (int ch = 0; ch < c.numChannels; ++ch)
+            input.push_back (sine (220.0 * (ch + 1), kFrames)); // a swap or a mix of channels shows
+        writeAudio (file ("in.wav"), input, kRate, 24);
+
+        const auto run = stretch ({ "--time", juce::String (c.timeFactor), "--pitch", juce::String (c.semitones) });
+        ASSERT_EQ (run.code, ExitCode::success) << run.err;
+        const auto wav = readWav (file ("out.wav"));
+        EXPECT_EQ (wav.lengthSamples, std::llround (c.timeFactor * kFrames));
+        EXPECT_EQ (std::make_tuple (wav.numChannels, wav.sampleRate), std::make_tuple (c.numChannels, kRate));
+        EXPECT_TRUE (wav.allFinite);
+        for (int ch = 0; ch < wav.numChannels; ++ch)
+            expectHz (wav.samples, ch, 220.0 * (ch + 1) * std::pow (2.0, c.semitones / 12.0));
+        EXPECT_NE (run.out.find (std::to_string (wav.lengthSamples) + " frames"), std::string::npos) << run.out;
+        EXPECT_NE (run.out.find ("x realtime"), std::string::npos) << run.out;
     }
 }
 
@@ -305,12 +252,9 @@ TEST_F (StretchCommand, FactorsAndModesTheLibraryRefusesFailAsUsageWithItsText)
     EXPECT_NE (notBuilt.err.find (meridex::describeError (meridex::kModeNotBuilt)), std::string::npos) << notBuilt.err;
     EXPECT_NE (notBuilt.err.find ("\"Efficient V3\""), std::string::npos) << notBuilt.err;
 
-    for (const auto& options : { juce::StringArray { "--mode", "Turbo" }, juce::StringArray { "--time", "8" },
-                                 juce::StringArray { "--pitch", "48" }, juce::StringArray { "--formant", "0.1" } })
-        EXPECT_EQ (stretch (options).code, ExitCode::usage) << options.joinIntoString (" ");
-
-    // Refused before the input is looked at.
+    // Options the parser refuses: usage too, before the input is looked at.
     EXPECT_EQ (stretch ({ "--mode", "Pro" }, "missing.wav").code, ExitCode::usage);
+    EXPECT_EQ (stretch ({ "--time", "8" }, "missing.wav").code, ExitCode::usage);
     EXPECT_EQ (file ("out.wav").loadFileAsString(), "an earlier result");
 }
 

@@ -144,6 +144,19 @@ TEST (ConvertersResamplingMode, UnknownValuesAndTextsAreLooped)
     EXPECT_EQ (parseInt (r, "sliced"), 2);
 }
 
+TEST (ConvertersTempoAndBus, OutputTempoDropsTrailingZerosAndBusesNameTheirChannelPair)
+{
+    OutputBpmConverter bpm;
+    EXPECT_EQ (print (bpm, 120.0), "120");
+    EXPECT_EQ (print (bpm, 120.5), "120.5");
+
+    OutputBusValueConverter bus;
+    EXPECT_EQ (printInt (bus, 0), "Output 1/2");
+    EXPECT_EQ (printInt (bus, 15), "Output 31/32");
+    EXPECT_EQ (parseInt (bus, "Output 7/8"), 3);
+    EXPECT_EQ (parseInt (bus, "Output 1/2"), 0);
+}
+
 TEST (ConvertersRelativeBpm, ShowsTheRatioAsATempoOfTheLiveSourceOrTheFallback)
 {
     FloatParamDefHandle tempo ("sourceBpm");

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "controllable/handle/ParamDefHandle.h"
-#include "controllable/lib/ShortcutValue.h"
 #include "controllable/lib/ValueModifierImpl.h"
 #include "engine/TavrineEngine.h"
 #include "tests/support/RecordingListener.h"
@@ -51,21 +50,6 @@ TEST (ForwardingView, WritesThroughClampingInTheViewsUnitsThenInTheSources)
     EXPECT_EQ (listener.calls.load(), 1);
     EXPECT_DOUBLE_EQ (percent->getValue()->getFloat(), 50.0);
     percent->removeChangeListener (&listener, true);
-}
-
-TEST (ForwardingView, AShortcutWalksTheChainToTheStorageAndMapsThroughTheModifiers)
-{
-    FloatParamDefHandle gain ("gain");
-    FloatParamDefHandle percent (gain->createForwardingParameter ("gainPercent", nullptr));
-    percent->setModifier (new PercentModifier());
-
-    FloatShortcutValue shortcut (percent->getValue().get());
-    ASSERT_TRUE (shortcut.isConnected());
-    EXPECT_EQ (shortcut.getParameter(), gain.get());
-    gain->getValue()->setFloat (0.25);
-    EXPECT_DOUBLE_EQ (shortcut.get(), 25.0);
-    shortcut.set (80.0);
-    EXPECT_DOUBLE_EQ (gain.read(), 0.8);
 }
 
 TEST (ForwardingView, AViewOfAnotherKindReadsTheSourceInItsOwnKind)

@@ -67,16 +67,19 @@ TEST (ListValueWrappers, AddReadAndWriteEntriesInPlace)
     EXPECT_DOUBLE_EQ (list[3], 0.0);
     EXPECT_EQ (list.getEntry (3).getValue(), nullptr);
 
+    // Indices past the end are refused, the last one is not.
     RecordingListener listener;
     slices->addChangeListener (&listener, true);
-    EXPECT_EQ (list.set (0, 0.75), kOk);
+    EXPECT_EQ (list.set (2, 0.75), kOk);
     EXPECT_EQ (list.set (3, 0.75), kNotFound);
+    EXPECT_EQ (slices->getValueList()->removeAt (3), kNotFound);
     auto entry = list.getEntry (1);
     entry = 0.125;
     slices->removeChangeListener (&listener, true);
 
     EXPECT_EQ (listener.calls.load(), 2);
-    EXPECT_DOUBLE_EQ (slices->getValueList()->get (0)->getFloat(), 0.75);
+    EXPECT_EQ (list.size(), 3);
+    EXPECT_DOUBLE_EQ (slices->getValueList()->get (2)->getFloat(), 0.75);
     EXPECT_DOUBLE_EQ (slices->getValueList()->get (1)->getFloat(), 0.125);
 }
 
@@ -84,8 +87,6 @@ TEST (ParamDefHandle, RawPointerIsTheStoredFieldForPlainTypesAndNullForListTypes
 {
     IntParamDefHandle plain ("plain");
     ASSERT_NE (plain.getRaw(), nullptr);
-    plain->getValue()->setInt (42);
-    EXPECT_EQ (plain.read(), 42);
     *plain.getRaw() = 7; // the audio thread's view is the value's own storage
     EXPECT_EQ (plain->getValue()->getInt(), 7);
 

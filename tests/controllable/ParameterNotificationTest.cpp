@@ -14,39 +14,29 @@ using namespace qvrControllableHandle;
 using namespace qvrControllableLib;
 using tavrine::test::RecordingListener;
 
-TEST (ListenerLists, ASelfRemovingListenerDoesNotMakeAnotherBeSkipped)
+TEST (ListenerLists, ChangesToTheListDuringACallSkipNobodyAndTakeEffectNextRound)
 {
+    // c removes itself, a adds `late`: b must still be called, `late` only
+    // from the next change on.
     FloatParamDefHandle p ("p");
-    RecordingListener a, b, c;
-    c.onChange = [&] (ParameterDef* param) { param->removeChangeListener (&c, true); };
-    p->addChangeListener (&a, true);
-    p->addChangeListener (&b, true);
-    p->addChangeListener (&c, true);
-    p->getValue()->setFloat (1.0);
-    EXPECT_EQ (a.calls.load(), 1);
-    EXPECT_EQ (b.calls.load(), 1);
-    EXPECT_EQ (c.calls.load(), 1);
-    p->getValue()->setFloat (2.0);
-    EXPECT_EQ (c.calls.load(), 1);
-    p->removeChangeListener (&a, true);
-    p->removeChangeListener (&b, true);
-}
-
-TEST (ListenerLists, AListenerAddedDuringACallWaitsForTheNextRound)
-{
-    FloatParamDefHandle p ("p");
-    RecordingListener adder, late;
-    adder.onChange = [&] (ParameterDef* param) {
-        if (adder.calls == 1)
+    RecordingListener a, b, c, late;
+    a.onChange = [&] (ParameterDef* param) {
+        if (a.calls == 1)
             param->addChangeListener (&late, true);
     };
-    p->addChangeListener (&adder, true);
+    c.onChange = [&] (ParameterDef* param) { param->removeChangeListener (&c, true); };
+    for (auto* l : { &a, &b, &c })
+        p->addChangeListener (l, true);
     p->getValue()->setFloat (1.0);
+    EXPECT_EQ (b.calls.load(), 1);
+    EXPECT_EQ (c.calls.load(), 1);
     EXPECT_EQ (late.calls.load(), 0);
     p->getValue()->setFloat (2.0);
+    EXPECT_EQ (c.calls.load(), 1);
     EXPECT_EQ (late.calls.load(), 1);
-    p->removeChangeListener (&adder, true);
-    p->removeChangeListener (&late, true);
+    EXPECT_EQ (a.calls.load(), 2);
+    for (auto* l : { &a, &b, &late })
+        p->removeChangeListener (l, true);
 }
 
 TEST (Notification, ChangesOffTheMessageThreadReachAsyncListenersThroughTheFifoInOrder)

@@ -5,15 +5,6 @@
 
 using namespace tavrine::test;
 
-namespace
-{
-void play (TavrineLoop& loop, juce::AudioBuffer<float>& out, int numSamples)
-{
-    for (int start = 0; start < numSamples; start += 128)
-        loop.getNextAudioBlock (juce::AudioSourceChannelInfo (&out, start, juce::jmin (128, numSamples - start)));
-}
-} // namespace
-
 TEST (LoopMemory, ADroppedLoopMovesItsReadPositionBackAndAKeptLoopReplays)
 {
     TavrineEngine engine;
@@ -29,8 +20,8 @@ TEST (LoopMemory, ADroppedLoopMovesItsReadPositionBackAndAKeptLoopReplays)
     }
 
     juce::AudioBuffer<float> first (2, 300), replay (2, 200);
-    play (*dropped, first, 300);
-    play (*kept, first, 300);
+    renderInBlocks (*dropped, first, 128);
+    renderInBlocks (*kept, first, 128);
     EXPECT_EQ (dropped->samplesPlayedInLoop.read(), 300);
 
     // As the engine's flush does for the loop being triggered and for the
@@ -41,7 +32,7 @@ TEST (LoopMemory, ADroppedLoopMovesItsReadPositionBackAndAKeptLoopReplays)
     EXPECT_EQ (dropped->samplesPlayedInLoop.read(), 100);
     EXPECT_EQ (dropped->getPendingReplay(), 0);
 
-    play (*kept, replay, 200);
+    renderInBlocks (*kept, replay, 128);
     EXPECT_TRUE (bitIdentical (replay, first, 0, 100, 200));
     // A replay is not played again: the count since the trigger stands.
     EXPECT_EQ (kept->samplesPlayedInLoop.read(), 300);

@@ -15,7 +15,7 @@ void renderBlock (TavrinePluginProcessor& processor, int n = 64)
 }
 } // namespace
 
-TEST (MasterTempo, FirstHostTempoFillsTheMasterTempoWithoutStoppingAnything)
+TEST (MasterTempo, TheFirstHostTempoFillsTheMasterTempoAndLaterOnesAreWrittenOnlyOnARealChange)
 {
     TavrinePluginProcessor processor;
     FakePlayHead head;
@@ -23,35 +23,20 @@ TEST (MasterTempo, FirstHostTempoFillsTheMasterTempoWithoutStoppingAnything)
     processor.setPlayHead (&head);
     processor.prepareToPlay (44100.0, 64);
     auto& engine = processor.getEngine();
+    auto& master = engine.getMasterChain();
+    RecordingListener writes;
+    master.outputBpm->addChangeListener (&writes, true);
     engine.triggerKey (3, true, false, 1.0f);
 
-    renderBlock (processor);
-    auto& master = engine.getMasterChain();
+    for (int block = 0; block < 3; ++block)
+        renderBlock (processor);
+    EXPECT_EQ (writes.calls.load(), 1);
     EXPECT_DOUBLE_EQ (master.outputBpm.read(), 128.0);
     EXPECT_DOUBLE_EQ (master.masterBpm.read(), 128.0);
     EXPECT_DOUBLE_EQ (master.stretchFactor.read(), 1.0);
-    EXPECT_TRUE (engine.getLoop (3)->trigger.read());
-    processor.setPlayHead (nullptr);
-}
+    EXPECT_TRUE (engine.getLoop (3)->trigger.read()); // nothing was stopped
 
-TEST (MasterTempo, HostTempoIsWrittenOnlyOnARealChange)
-{
-    TavrinePluginProcessor processor;
-    FakePlayHead head;
-    head.bpm = 120.0;
-    processor.setPlayHead (&head);
-    processor.prepareToPlay (44100.0, 64);
-    auto& master = processor.getEngine().getMasterChain();
-    RecordingListener writes;
-    master.outputBpm->addChangeListener (&writes, true);
-
-    renderBlock (processor);
-    EXPECT_EQ (writes.calls.load(), 1);
-    renderBlock (processor);
-    renderBlock (processor);
-    EXPECT_EQ (writes.calls.load(), 1);
-
-    head.bpm = std::nextafter (120.0, 200.0);
+    head.bpm = std::nextafter (128.0, 200.0);
     renderBlock (processor);
     EXPECT_EQ (writes.calls.load(), 2);
     EXPECT_EQ (master.outputBpm.read(), head.bpm);
@@ -59,59 +44,45 @@ TEST (MasterTempo, HostTempoIsWrittenOnlyOnARealChange)
     processor.setPlayHead (nullptr);
 }
 
-TEST (MasterTempo, WithoutRealtimeStretchingATempoChangeStopsEveryLoopAndPreparesAgain)
+TEST (MasterTempo, ATempoChangeStopsEveryLoopAndPreparesAgainUnlessRealtimeStretchingBendsTheMix)
 {
     TavrineEngine engine;
     auto& master = engine.getMasterChain();
+    auto expectTempi = [&] (double masterBpm, double stretchFactor) {
+        EXPECT_DOUBLE_EQ (master.masterBpm.read(), masterBpm);
+        EXPECT_DOUBLE_EQ (master.stretchFactor.read(), stretchFactor);
+    };
     master.outputBpm.write (120.0);
-    ASSERT_DOUBLE_EQ (master.masterBpm.read(), 120.0);
+    expectTempi (120.0, 1.0);
     engine.triggerKey (0, true, false, 1.0f);
     engine.triggerKey (10, true, false, 1.0f);
 
     master.outputBpm.write (90.0);
-    EXPECT_DOUBLE_EQ (master.masterBpm.read(), 90.0);
-    EXPECT_DOUBLE_EQ (master.stretchFactor.read(), 1.0);
+    expectTempi (90.0, 1.0);
     EXPECT_FALSE (engine.getLoop (0)->trigger.read());
     EXPECT_FALSE (engine.getLoop (10)->trigger.read());
     EXPECT_FALSE (master.renderTrigger.read());
-}
 
-TEST (MasterTempo, RealtimeStretchingBendsTheMixInsteadOfStopping)
-{
-    TavrineEngine engine;
-    auto& master = engine.getMasterChain();
     master.setRealtimeStretching (true);
-    master.outputBpm.write (120.0);
     engine.triggerKey (0, true, false, 1.0f);
-
-    master.outputBpm.write (60.0);
-    EXPECT_DOUBLE_EQ (master.masterBpm.read(), 120.0);
-    EXPECT_DOUBLE_EQ (master.stretchFactor.read(), 2.0);
+    master.outputBpm.write (45.0);
+    expectTempi (90.0, 2.0);
     EXPECT_TRUE (engine.getLoop (0)->trigger.read());
 
+    // The render trigger prepares for the output tempo and resets itself.
+    master.renderTrigger.write (true);
+    expectTempi (45.0, 1.0);
+    EXPECT_FALSE (master.renderTrigger.read());
+
     // Switching realtime off renders for the output tempo.
+    master.outputBpm.write (90.0);
+    engine.triggerKey (0, true, false, 1.0f);
     master.setRealtimeStretching (false);
-    EXPECT_DOUBLE_EQ (master.masterBpm.read(), 60.0);
-    EXPECT_DOUBLE_EQ (master.stretchFactor.read(), 1.0);
+    expectTempi (90.0, 1.0);
     EXPECT_FALSE (engine.getLoop (0)->trigger.read());
 }
 
-TEST (MasterTempo, RenderTriggerPreparesForTheOutputTempoAndResetsItself)
-{
-    TavrineEngine engine;
-    auto& master = engine.getMasterChain();
-    master.setRealtimeStretching (true);
-    master.outputBpm.write (100.0);
-    master.outputBpm.write (80.0);
-    ASSERT_DOUBLE_EQ (master.masterBpm.read(), 100.0);
-
-    master.renderTrigger.write (true);
-    EXPECT_DOUBLE_EQ (master.masterBpm.read(), 80.0);
-    EXPECT_DOUBLE_EQ (master.stretchFactor.read(), 1.0);
-    EXPECT_FALSE (master.renderTrigger.read());
-}
-
-TEST (MasterTempo, TheUsersRealtimeSettingDrivesTheMasterChainAndTheBuses)
+TEST (MasterTempo, TheUsersRealtimeSettingDrivesTheMasterChain)
 {
     TavrinePluginProcessor processor;
     auto& master = processor.getEngine().getMasterChain();
@@ -124,12 +95,8 @@ TEST (MasterTempo, TheUsersRealtimeSettingDrivesTheMasterChainAndTheBuses)
     EXPECT_TRUE (master.isRealtimeStretching());
     master.outputBpm.write (100.0);
     EXPECT_DOUBLE_EQ (master.stretchFactor.read(), 1.2);
-
-    // Multiple outputs are the other side of the same switch.
-    EXPECT_FALSE (settings.enableMultipleOutputs->getValue()->getBool());
-    settings.enableMultipleOutputs->getValue()->setBool (true);
+    settings.enableMasterRealtimeStretching.write (false);
     EXPECT_FALSE (master.isRealtimeStretching());
-    EXPECT_DOUBLE_EQ (master.masterBpm.read(), 100.0);
 }
 
 TEST (MasterTransport, StartingSwitchesTriggerPlayModeOffAndStoppingReleasesKeys)

@@ -2,30 +2,10 @@
 #include <gtest/gtest.h>
 
 #include "engine/TavrineEngine.h"
-#include "tests/support/AllocationCounter.h"
+#include "tests/audio/AudioSourceTestSupport.h"
 
 namespace
 {
-// A 441 Hz sine at 44100 Hz: a period of exactly 100 samples.
-class SineSource : public juce::AudioSource
-{
-public:
-    void prepareToPlay (int, double rate) override { preparedRate = rate; }
-    void releaseResources() override {}
-    void getNextAudioBlock (const juce::AudioSourceChannelInfo& info) override
-    {
-        for (int i = 0; i < info.numSamples; ++i)
-        {
-            const float v = 0.5f * (float) std::sin (2.0 * juce::MathConstants<double>::pi * (double) (position++) / 100.0);
-            for (int c = 0; c < info.buffer->getNumChannels(); ++c)
-                info.buffer->setSample (c, info.startSample + i, v);
-        }
-        pulled += info.numSamples;
-    }
-    double preparedRate = 0.0;
-    std::int64_t position = 0, pulled = 0;
-};
-
 bool isCleanSample (float v)
 {
     return std::isfinite (v) && (v == 0.0f || std::abs (v) >= std::numeric_limits<float>::min());
@@ -39,7 +19,7 @@ class SampleRateConversion : public ::testing::TestWithParam<double>
 TEST_P (SampleRateConversion, DeliversEveryHostSampleCleanlyAndPullsTheEngineAtItsOwnRate)
 {
     const double hostRate = GetParam();
-    SineSource sine;
+    tavrine::test::SineSource sine;
     qvrControllableAudio::SampleRateConverter converter (&sine, 44100.0, 2);
     const int block = 480;
     converter.prepareToPlay (block, hostRate);
@@ -82,7 +62,7 @@ INSTANTIATE_TEST_SUITE_P (HostRates, SampleRateConversion, ::testing::Values (44
 
 TEST (SampleRateConversion, HostBlocksLargerThanAnnouncedAreCutNotReallocated)
 {
-    SineSource sine;
+    tavrine::test::SineSource sine;
     qvrControllableAudio::SampleRateConverter converter (&sine, 44100.0, 2);
     converter.prepareToPlay (64, 48000.0);
     juce::AudioBuffer<float> buffer (2, 4096);

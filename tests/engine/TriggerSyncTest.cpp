@@ -1,18 +1,10 @@
 #include <gtest/gtest.h>
 
 #include "engine/TavrineEngine.h"
-#include "tests/support/AllocationCounter.h"
+#include "tests/audio/AudioSourceTestSupport.h"
 #include "tests/support/RecordingListener.h"
 
-namespace
-{
-void render (TavrineEngine& engine, int samples, int block = 128)
-{
-    juce::AudioBuffer<float> buffer (2, block);
-    for (int done = 0; done < samples; done += block)
-        engine.getAudioSource()->getNextAudioBlock (juce::AudioSourceChannelInfo (&buffer, 0, juce::jmin (block, samples - done)));
-}
-} // namespace
+using tavrine::test::render;
 
 TEST (TriggerSync, NextTickIsTheNextGridPositionFarEnoughAhead)
 {
@@ -74,7 +66,7 @@ TEST (TriggerSync, AWaitingLoopStartsExactlyOnTheTick)
     loop->trigger.write (true); // waiting: triggered, not playing
 
     // A quarter bar at 120 bpm is 22050 samples; odd blocks cut around it.
-    render (engine, 30000, 100);
+    render (*engine.getAudioSource(), 2, 30000, 100);
     EXPECT_EQ (startedAt, 22050);
     EXPECT_EQ (master.getTriggerSync().getNumTicks(), 1);
     loop->playing->removeChangeListener (&listener, true);
@@ -92,7 +84,7 @@ TEST (TriggerSync, ATickTheTimelineJumpedPastIsMovedToTheGrid)
     ASSERT_DOUBLE_EQ (sync.getEvent()->getTime(), 0.25);
 
     master.getMasterTimeline().setPosition (3.6);
-    render (engine, 128);
+    render (*engine.getAudioSource(), 2, 128, 128);
     EXPECT_DOUBLE_EQ (sync.getEvent()->getTime(), 4.0);
     engine.getAudioSource()->releaseResources();
 }
@@ -107,7 +99,7 @@ TEST (MasterFlush, ThrowsAwayWhatTheStretcherHoldsAndFadesItOut)
     master.outputBpm.write (100.0);
     ASSERT_DOUBLE_EQ (master.stretchFactor.read(), 1.2);
 
-    render (engine, 44100);
+    render (*engine.getAudioSource(), 2, 44100, 128);
     ASSERT_GE (master.meridexReadAhead.read(), 1.0);
     const auto position = master.getMasterTimeline().getSamplePosition();
 
@@ -123,7 +115,7 @@ TEST (MasterFlush, ThrowsAwayWhatTheStretcherHoldsAndFadesItOut)
 
     // Without stretching there is nothing in flight.
     master.setRealtimeStretching (false);
-    render (engine, 1024);
+    render (*engine.getAudioSource(), 2, 1024, 128);
     const auto before = master.getMasterTimeline().getSamplePosition();
     engine.flushReadAhead (nullptr, nullptr);
     EXPECT_EQ (master.getMasterTimeline().getSamplePosition(), before);

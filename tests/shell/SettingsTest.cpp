@@ -15,7 +15,7 @@ using Entries = std::initializer_list<std::pair<const char*, const char*>>;
 // Runs each test with HOME pointing at a fresh directory, so that the
 // per-user locations (properties file, documents folder) resolve inside it;
 // HOME is restored and the directory removed afterwards.
-class SettingsTempHome : public ::testing::Test
+class Settings : public ::testing::Test
 {
 protected:
     void SetUp() override
@@ -62,13 +62,9 @@ protected:
     std::string oldHome;
     juce::File home;
 };
-
-class SettingsStore : public SettingsTempHome {};
-class SettingsViews : public SettingsTempHome {};
-class SettingsLifetime : public SettingsTempHome {};
 } // namespace
 
-TEST_F (SettingsStore, AFirstStartReadsTheDefaultsAndWritesNothing)
+TEST_F (Settings, AFirstStartReadsTheDefaultsAndWritesNothing)
 {
     const auto where = TavrineSettings::Locations::forCurrentUser();
     EXPECT_EQ (where.propertiesFile, settingsFile());
@@ -85,7 +81,7 @@ TEST_F (SettingsStore, AFirstStartReadsTheDefaultsAndWritesNothing)
     EXPECT_FALSE (settingsFile().exists());
 }
 
-TEST_F (SettingsStore, EveryStoredSettingSurvivesARestartAsItsConvertersText)
+TEST_F (Settings, EveryStoredSettingSurvivesARestartAsItsConvertersText)
 {
     const auto cache = home.getChildFile ("Cache").getFullPathName();
     {
@@ -124,7 +120,7 @@ TEST_F (SettingsStore, EveryStoredSettingSurvivesARestartAsItsConvertersText)
     EXPECT_EQ (settings.tooltipDelayMs.read(), 250);
 }
 
-TEST_F (SettingsStore, StoredTextsAreClampedByTheRangeAndNonsenseEndsInTheConvertersFallback)
+TEST_F (Settings, StoredTextsAreClampedByTheRangeAndNonsenseEndsInTheConvertersFallback)
 {
     const auto samples = home.getChildFile ("MySamples").getFullPathName();
     writeEntries (settingsFile(), { { "renderCacheMaxSizeGb", "10.5 GB" },
@@ -157,7 +153,7 @@ TEST_F (SettingsStore, StoredTextsAreClampedByTheRangeAndNonsenseEndsInTheConver
     EXPECT_EQ (stored (settingsFile(), "sampleFolder"), samples);
 }
 
-TEST_F (SettingsStore, AnUnreadableFileGivesTheDefaultsAndIsLeftAsItIs)
+TEST_F (Settings, AnUnreadableFileGivesTheDefaultsAndIsLeftAsItIs)
 {
     ASSERT_TRUE (settingsFile().getParentDirectory().createDirectory());
     ASSERT_TRUE (settingsFile().replaceWithText ("<PROPERTIES><VALUE name=\"guiWidthOnStartup\" val=\"Lar"));
@@ -176,7 +172,7 @@ TEST_F (SettingsStore, AnUnreadableFileGivesTheDefaultsAndIsLeftAsItIs)
     EXPECT_EQ (settings.tooltipDelayMs.read(), 250);
 }
 
-TEST_F (SettingsViews, MultipleOutputsIsRealtimeStretchingInvertedAndTheDbViewHasItsOwnRange)
+TEST_F (Settings, MultipleOutputsIsRealtimeStretchingInvertedAndTheDbViewHasItsOwnRange)
 {
     writeEntries (settingsFile(), { { "enableMasterRealtimeStretching", "true" } });
     TavrineSettings settings;
@@ -196,7 +192,7 @@ TEST_F (SettingsViews, MultipleOutputsIsRealtimeStretchingInvertedAndTheDbViewHa
     EXPECT_NEAR (db->getFloat(), -30.0, 1e-5);
 }
 
-TEST_F (SettingsStore, FoldersStartInTheirDefaultsRememberTheLastChoiceAndAreCreatedAgain)
+TEST_F (Settings, FoldersStartInTheirDefaultsRememberTheLastChoiceAndAreCreatedAgain)
 {
     const auto samples = home.getChildFile ("Samples");
     const auto gone = home.getChildFile ("Gone/Exports");
@@ -217,7 +213,7 @@ TEST_F (SettingsStore, FoldersStartInTheirDefaultsRememberTheLastChoiceAndAreCre
     EXPECT_TRUE (gone.isDirectory());
 }
 
-TEST_F (SettingsLifetime, AnOlderFileIsMovedIntoPlaceAndLeavesNoCopy)
+TEST_F (Settings, AnOlderFileIsMovedIntoPlaceAndLeavesNoCopy)
 {
     TavrineSettings::Locations where;
     where.propertiesFile = home.getChildFile ("Application Support/Korvenhaldt/Tavrine Player.xml");
@@ -238,7 +234,7 @@ TEST_F (SettingsLifetime, AnOlderFileIsMovedIntoPlaceAndLeavesNoCopy)
     EXPECT_TRUE (where.legacyPropertiesFile.existsAsFile());
 }
 
-TEST_F (SettingsLifetime, TheFirstHolderCreatesTheSettingsAndTheLastDeletesThem)
+TEST_F (Settings, TheFirstHolderCreatesTheSettingsAndTheLastDeletesThem)
 {
     ASSERT_EQ (TavrineSettings::getInstanceIfCreated(), nullptr);
     {

@@ -34,6 +34,11 @@ struct TriggerEvent
     bool operator== (const TriggerEvent& o) const { return key == o.key && on == o.on && sample == o.sample; }
 };
 
+inline void PrintTo (const TriggerEvent& e, std::ostream* os)
+{
+    *os << "{key " << e.key << (e.on ? " on" : " off") << " at " << e.sample << "}";
+}
+
 // Listens synchronously to every loop's trigger and records where in the
 // master timeline each change happened.
 class TriggerRecorder : public qvrControllableAPI::ParameterChangeListener
