@@ -21,7 +21,14 @@ void ParameterChangeListenerList::add (ParameterChangeListener* listener)
 void ParameterChangeListenerList::remove (ParameterChangeListener* listener)
 {
     const juce::ScopedLock sl (lock);
-    listeners.removeFirstMatchingValue (listener);
+    const int index = listeners.indexOf (listener);
+    if (index < 0)
+        return;
+    listeners.remove (index);
+    // A walk standing above the removed one now finds its listener one lower.
+    for (auto* walk = walks; walk != nullptr; walk = walk->outer)
+        if (index < walk->index)
+            --walk->index;
 }
 
 bool ParameterChangeListenerList::isEmpty()
@@ -41,18 +48,31 @@ void ParameterChangeListenerList::callListeners (ParameterDef* parameter)
     juce::ScopedLock sl (lock);
     messagePending = false;
 
-    for (int i = listeners.size(); --i >= 0;)
+    Walk walk { listeners.size(), walks };
+    walks = &walk;
+    while (--walk.index >= 0)
     {
-        if (i >= listeners.size())
+        if (walk.index >= listeners.size())
         {
-            i = listeners.size();
+            walk.index = listeners.size();
             continue;
         }
 
-        auto* listener = listeners.getUnchecked (i);
+        auto* listener = listeners.getUnchecked (walk.index);
         {
             const juce::ScopedUnlock unlock (lock);
             listener->parameterChanged (parameter);
+        }
+    }
+
+    // Walks on other threads may have started after this one: unlink it
+    // wherever it stands.
+    for (auto** link = &walks; *link != nullptr; link = &(*link)->outer)
+    {
+        if (*link == &walk)
+        {
+            *link = walk.outer;
+            break;
         }
     }
 }

@@ -20,9 +20,10 @@ public:
     bool isEmpty() override;
     int size();
 
-    // Walks from the last listener to the first; a list that shrank under
-    // the walk is continued from its new end, so nobody is skipped. Listeners
-    // added during the walk are not called in this round.
+    // Walks from the last listener to the first. A listener removed during
+    // the walk moves every walk that stands above it down by one, so nobody
+    // is skipped or called twice; listeners added during the walk are not
+    // called in this round.
     void callListeners (ParameterDef* parameter) override;
     // At most one message stands per list.
     void postToListeners (ParameterDef* parameter) override;
@@ -30,7 +31,16 @@ public:
     void handleMessage (const juce::Message& message) override;
 
 private:
+    // One per callListeners in progress (on any thread, or nested), on its
+    // stack: the index of the listener it calls now.
+    struct Walk
+    {
+        int index;
+        Walk* outer;
+    };
+
     ParameterDef* owner;
+    Walk* walks = nullptr;
     juce::Array<ParameterChangeListener*> listeners;
     juce::CriticalSection lock;
     bool messagePending = false;

@@ -16,25 +16,39 @@ using tavrine::test::RecordingListener;
 
 TEST (ListenerLists, ChangesToTheListDuringACallSkipNobodyAndTakeEffectNextRound)
 {
-    // c removes itself, a adds `late`: b must still be called, `late` only
-    // from the next change on.
+    // The walk runs from the last listener down. d removes c (not yet
+    // called) and itself, b removes a (not yet called: it shifts b down),
+    // a adds `late`: nobody is called twice, c and a not at all this round,
+    // `late` only from the next change on.
     FloatParamDefHandle p ("p");
-    RecordingListener a, b, c, late;
+    RecordingListener a, b, c, d, late;
     a.onChange = [&] (ParameterDef* param) {
         if (a.calls == 1)
             param->addChangeListener (&late, true);
     };
-    c.onChange = [&] (ParameterDef* param) { param->removeChangeListener (&c, true); };
-    for (auto* l : { &a, &b, &c })
+    b.onChange = [&] (ParameterDef* param) {
+        if (b.calls == 1)
+            param->removeChangeListener (&a, true);
+    };
+    d.onChange = [&] (ParameterDef* param) {
+        param->removeChangeListener (&c, true);
+        param->removeChangeListener (&d, true);
+    };
+    for (auto* l : { &a, &b, &c, &d })
         p->addChangeListener (l, true);
     p->getValue()->setFloat (1.0);
+    EXPECT_EQ (d.calls.load(), 1);
+    EXPECT_EQ (c.calls.load(), 0);
     EXPECT_EQ (b.calls.load(), 1);
-    EXPECT_EQ (c.calls.load(), 1);
-    EXPECT_EQ (late.calls.load(), 0);
+    EXPECT_EQ (a.calls.load(), 0);
+    p->addChangeListener (&a, true);
     p->getValue()->setFloat (2.0);
-    EXPECT_EQ (c.calls.load(), 1);
+    EXPECT_EQ (b.calls.load(), 2);
+    EXPECT_EQ (a.calls.load(), 1);
+    EXPECT_EQ (late.calls.load(), 0);
+    p->getValue()->setFloat (3.0);
     EXPECT_EQ (late.calls.load(), 1);
-    EXPECT_EQ (a.calls.load(), 2);
+    EXPECT_EQ (d.calls.load(), 1);
     for (auto* l : { &a, &b, &late })
         p->removeChangeListener (l, true);
 }
