@@ -102,7 +102,9 @@ public:
     int getStepsLeft() const noexcept { return stepsLeft; }
 
     // One step; input holds getInputNeeded() samples per channel (read at
-    // step 0), aux is null or synthesis-hop samples per channel, output must
+    // step 0), aux is null or appliedSynthesis() samples per channel (this
+    // frame's own hop, read at step 0; the caller moves on by as many after
+    // the frame), output must
     // hold getMaxOutputPerFrame() samples per channel. Returns the samples
     // written on the frame's last step, else 0.
     virtual int processStep (const float* const* input, const float* const* aux, float* const* output, int stepIndex) noexcept = 0;

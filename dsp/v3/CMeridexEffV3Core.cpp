@@ -23,7 +23,8 @@ int CMeridexEffV3Core::init() noexcept
     converter.reset (new (std::nothrow) CFastResample (channels, frameSize / 2, CFastResample::kHermite));
     if (! converter || converter->getErrorCode() != kNoError)
         return kInitFailed;
-    if (encoded.init (channels, frameSize) != kNoError || synthesized.init (channels, frameSize) != kNoError)
+    if (encoded.init (channels, frameSize) != kNoError || synthesized.init (channels, frameSize) != kNoError
+        || auxEncoded.init (channels, frameSize / 2) != kNoError)
         return kInitFailed;
 
     stretch = pitch = stretchTotal = 1.0f;
@@ -52,6 +53,8 @@ void CMeridexEffV3Core::reset() noexcept
     converter->reset();
     encoded.clear();
     synthesized.clear();
+    auxEncoded.clear();
+    auxInFrame = false;
     resetBase();
 }
 
@@ -228,11 +231,26 @@ int CMeridexEffV3Core::processStep (const float* const* input, const float* cons
                 for (int c = 0; c < channels; ++c)
                     vocoder.processStep (frameInput, nullptr, nullptr, -(c + 1));
         }
+
+        auxInFrame = aux != nullptr;
+        if (auxInFrame)
+        {
+            float* const* frameAux = auxEncoded.getRowPointers();
+            for (int c = 0; c < channels; ++c)
+            {
+                if (aux[c] != nullptr)
+                    std::memcpy (frameAux[c], aux[c], sizeof (float) * static_cast<size_t> (appliedSynthesisHop));
+                else
+                    std::memset (frameAux[c], 0, sizeof (float) * static_cast<size_t> (appliedSynthesisHop));
+            }
+            encode (frameAux, appliedSynthesisHop);
+        }
     }
 
+    const float* const* frameAux = auxInFrame ? auxEncoded.getRowPointers() : nullptr;
     const int stages = CPhaseVocoderV3::kStagesPerChannel;
     const int vocoderStep = isRepeat ? stages * (stepIndex / 2) + CPhaseVocoderV3::kFirstRepeatStage + stepIndex % 2 : stepIndex;
-    vocoder.processStep (frameInput, aux, frameOutput, vocoderStep);
+    vocoder.processStep (frameInput, frameAux, frameOutput, vocoderStep);
     step = stepIndex + 1;
     --stepsLeft;
     if (stepsLeft > 0)

@@ -19,6 +19,13 @@
 // the first frames are a pre-roll whose centres lie before input sample 0.
 // getLatency() says at which output sample input sample 0 comes out; the
 // driver drops that many samples at the start.
+//
+// aux (the Pro core's upper band, at the output time scale) is read at step 0
+// of every frame, repeats included: appliedSynthesis() samples per channel,
+// at most N/2, so the caller advances its read position by appliedSynthesis()
+// after each frame. It is encoded like the input, since the vocoder joins it
+// to its own output before the decoding. Its first sample comes out with the
+// centre of the frame that read it.
 namespace meridex
 {
 class CMeridexEffV3Core final : public CMeridexCoreBase
@@ -36,6 +43,8 @@ public:
     double getLatency() const noexcept override;
     int getMaxOutputPerFrame() const noexcept override;
     void setTransientPosition (float samples) noexcept override { vocoder.setTransientPosition (samples); }
+    // First bin that aux may give (the bin of the Pro core's crossover).
+    void setLowerBin (int bin) noexcept { vocoder.setLowerBin (bin); }
     bool transientInReach() const noexcept override { return vocoder.transientInReach(); }
 
     const CPhaseVocoderV3& getVocoder() const noexcept { return vocoder; }
@@ -51,6 +60,8 @@ private:
     CScopedPtr<CFastResample> converter;
     CTBuffer<float> encoded;     // [channels][N] the frame's input, encoded
     CTBuffer<float> synthesized; // [channels][N] one synthesis hop, then decoded
+    CTBuffer<float> auxEncoded;  // [channels][N/2] the frame's hop of aux, encoded
+    bool auxInFrame = false;     // the running frame was given aux at step 0
     int upperBin = 0;
     bool peakMode = false;
     bool vocoderPending = false; // factors set during a frame: applied at the next

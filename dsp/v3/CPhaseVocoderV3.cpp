@@ -66,8 +66,23 @@ enum SumRow : int
     kSumReference,
     kSumEnergy,
     kSumRamp,
+    kPeakCentroid, // C of each peak (per peak, not summed), for the band masks
     kSumRows
 };
+
+enum MaskRow : int
+{
+    kMaskAux = 0, // M1: 1 where the bin comes from aux
+    kMaskVocoder, // M2: 1 where it comes from the vocoder
+    kMaskRows
+};
+
+// A peak whose energy centroid C lies at or above this has its energy early
+// in the frame (it is ending there): its bins stay with the vocoder.
+constexpr double kAuxCentroidLimit = 0.3;
+// When fewer than this share of the bins that may come from aux would stay
+// with the vocoder, the band counts as steady as a whole and all go to aux.
+constexpr double kAuxAllShare = 0.25;
 
 bool isPowerOfTwo (int n) noexcept
 {
@@ -105,6 +120,10 @@ int CPhaseVocoderV3::init (int newFrameSize, int newAnalysisHop, int newSynthesi
         intRows.init (kIntRows, bins + 1),
         classRows.init (kClassRows, bins),
         peakSums.init (kSumRows, bins),
+        auxFrames.init (channels, twoN),
+        auxAccumulators.init (channels, twoN),
+        auxSpectra.init (channels, frameSize),
+        masks.init (kMaskRows, frameSize),
     };
     for (int code : codes)
         if (code != kNoError)
@@ -116,6 +135,8 @@ int CPhaseVocoderV3::init (int newFrameSize, int newAnalysisHop, int newSynthesi
     peaks = intRows[kPeakList];
 
     upperBin = bins;
+    lowerBin = 0;
+    auxFallingHop = auxRisingHop = 0;
     analysisCubed = false;
     synthesisAsymmetric = false;
     ratio = newRatio;
@@ -123,6 +144,7 @@ int CPhaseVocoderV3::init (int newFrameSize, int newAnalysisHop, int newSynthesi
     buildSymmetricSynthesis();
     reset();
     setHops (frameSize, newAnalysisHop, newSynthesisHop, newRatio);
+    buildAuxRising();
     return kNoError;
 }
 
@@ -140,6 +162,10 @@ void CPhaseVocoderV3::reset() noexcept
     work.clear();
     classRows.clear();
     peakSums.clear();
+    auxFrames.clear();
+    auxAccumulators.clear();
+    auxSpectra.clear();
+    resetMasks();
     for (int row : { kPhase, kPreviousPhase, kIncrement, kSynthesisPhase, kRampProduct, kTheta, kCos, kSin })
         ops->zero (binRows[row], bins);
     for (int i = 0; i < 2 * frameSize; ++i)
@@ -233,6 +259,11 @@ void CPhaseVocoderV3::setHops (int newFrameSize, int newAnalysisHop, int newSynt
     attackGain = hopSum > 0.0 ? static_cast<float> (halfSum / hopSum) : 1.0f;
     hopsSetSinceReset = true;
     frameHop = synthesisHop;
+
+    // Only the half after the centre: the coming frame's half before it
+    // overlaps the last frame's falling half, built for the old hop.
+    if (synthesisHop != auxFallingHop)
+        buildAuxFalling (synthesisHop);
 }
 
 void CPhaseVocoderV3::setFrameHop (int hop) noexcept
@@ -288,6 +319,39 @@ void CPhaseVocoderV3::buildProduct() noexcept
     ops->multiply (windows[kProduct], windows[kSynthesis], frameSize);
 }
 
+// w (N/2 + h - 1 - i) = sin (pi i / (2h - 1)) for i = 0 .. h - 1, 0 further
+// out: with the mirrored rising half a sine over 2h samples, whose square
+// overlap-adds to one (within about 1/h) at a hop of h. A hop never exceeds
+// N/2 (setHops refuses more), so the half always fits.
+void CPhaseVocoderV3::buildAuxFalling (int hop) noexcept
+{
+    float* window = windows[kAux];
+    float* scaled = windows[kAuxScaled];
+    ops->zero (window + half, half);
+    ops->zero (scaled + half, half);
+    const double inverseSize = 1.0 / frameSize;
+    for (int i = 0; i < hop; ++i)
+    {
+        const double w = std::sin (kPi * i / (2 * hop - 1));
+        window[half + hop - 1 - i] = static_cast<float> (w);
+        scaled[half + hop - 1 - i] = static_cast<float> (w * inverseSize);
+    }
+    auxFallingHop = hop;
+}
+
+// w (i) = w (N - 1 - i): the rising half takes the falling half's hop.
+void CPhaseVocoderV3::buildAuxRising() noexcept
+{
+    float* window = windows[kAux];
+    float* scaled = windows[kAuxScaled];
+    for (int i = 0; i < half; ++i)
+    {
+        window[i] = window[frameSize - 1 - i];
+        scaled[i] = scaled[frameSize - 1 - i];
+    }
+    auxRisingHop = auxFallingHop;
+}
+
 // ---------------------------------------------------------------------------
 // The step machine.
 
@@ -305,7 +369,7 @@ void CPhaseVocoderV3::processStep (const float* const* input, const float* const
     const int channel = step / kStagesPerChannel;
     if (channel >= channels)
         return;
-    (void) aux;
+    const bool auxOn = aux != nullptr;
 
     switch (step % kStagesPerChannel)
     {
@@ -313,6 +377,12 @@ void CPhaseVocoderV3::processStep (const float* const* input, const float* const
             stageInput (input, channel);
             break;
         case 1:
+            if (auxOn)
+            {
+                if (channel == 0)
+                    resetMasks();
+                stageAuxInput (aux, channel);
+            }
             stagePolar (channel);
             break;
         case 2:
@@ -323,13 +393,25 @@ void CPhaseVocoderV3::processStep (const float* const* input, const float* const
             if (channel == 0 && ! bypass)
             {
                 if (firstVisit)
+                {
                     stageClassify();
+                    // A repeat keeps the routing of its analysis frame.
+                    if (auxOn)
+                        routeSteadyBins();
+                }
                 stagePropagate();
             }
             stageApply (channel);
+            if (auxOn)
+            {
+                // A repeat has no stage 1, but its hop of aux is new all the same.
+                if (! firstVisit)
+                    stageAuxInput (aux, channel);
+                applyMasks (channel);
+            }
             break;
         default:
-            stageOutput (output, channel);
+            stageOutput (output, auxOn, channel);
             break;
     }
 }
@@ -537,6 +619,7 @@ void CPhaseVocoderV3::stageClassify() noexcept
     double* sumReference = peakSums[kSumReference];
     double* sumEnergy = peakSums[kSumEnergy];
     double* sumRamp = peakSums[kSumRamp];
+    double* centroid = peakSums[kPeakCentroid];
 
     for (int i = 0; i < peakCount; ++i)
     {
@@ -586,6 +669,7 @@ void CPhaseVocoderV3::stageClassify() noexcept
         const double d = low ? lowD : sumDifference[p] / (1.0e-24 + sumReference[p]);
         const double e = low ? lowE : 1.0e-24 + sumEnergy[p];
         const double c = low ? lowC : -sumRamp[p] / e;
+        centroid[p] = c;
         const QvrTransientState_t previous = classOfPeakPrevious[p];
 
         QvrTransientState_t state;
@@ -806,7 +890,7 @@ void CPhaseVocoderV3::stageApply (int channel) noexcept
 
 // Stage 4: inverse transform, back from zero-phase order under the synthesis
 // window, overlap-add, and one synthesis hop out, divided by the window sum.
-void CPhaseVocoderV3::stageOutput (float* const* output, int channel) noexcept
+void CPhaseVocoderV3::stageOutput (float* const* output, bool auxOn, int channel) noexcept
 {
     float* time = work[kWorkInverse];
     fft->inverse (time, work[kWorkSynthesis]);
@@ -821,17 +905,39 @@ void CPhaseVocoderV3::stageOutput (float* const* output, int channel) noexcept
     if (channel == 0)
         ops->add (olaSum, windows[kProduct], frameSize);
 
+    if (auxOn)
+        addAuxFrame (channel);
+
     const int hop = frameHop;
+    const int twoN = 2 * frameSize;
+    float* auxAccumulator = auxAccumulators[channel];
     if (output != nullptr && output[channel] != nullptr)
     {
         float* out = output[channel];
-        for (int j = 0; j < hop; ++j)
-            out[j] = accumulator[j] / olaSum[j];
+        if (auxOn && ! bypass)
+        {
+            // aux is at unit gain already (see invariant 6): it joins after
+            // the vocoder's normalisation.
+            for (int j = 0; j < hop; ++j)
+                out[j] = accumulator[j] / olaSum[j] + auxAccumulator[j];
+        }
+        else
+        {
+            for (int j = 0; j < hop; ++j)
+                out[j] = accumulator[j] / olaSum[j];
+        }
     }
 
-    const int twoN = 2 * frameSize;
     std::memmove (accumulator, accumulator + hop, sizeof (float) * static_cast<size_t> (twoN - hop));
     ops->zero (accumulator + twoN - hop, hop);
+    if (auxOn)
+    {
+        float* auxFrame = auxFrames[channel];
+        std::memmove (auxAccumulator, auxAccumulator + hop, sizeof (float) * static_cast<size_t> (twoN - hop));
+        ops->zero (auxAccumulator + twoN - hop, hop);
+        std::memmove (auxFrame, auxFrame + hop, sizeof (float) * static_cast<size_t> (twoN - hop));
+        ops->zero (auxFrame + twoN - hop, hop);
+    }
 
     if (channel == channels - 1)
     {
@@ -846,6 +952,123 @@ void CPhaseVocoderV3::stageOutput (float* const* output, int channel) noexcept
         previousFrameRatio = ratio;
         lastHop = hop;
         firstVisit = false;
+
+        // The next frame's rising half overlaps this frame's falling half.
+        if (auxRisingHop != auxFallingHop)
+            buildAuxRising();
     }
+}
+
+// ---------------------------------------------------------------------------
+// The aux path and the band masks.
+
+bool CPhaseVocoderV3::isBinFromAux (int bin) const noexcept
+{
+    if (frameSize == 0 || bin < 0 || bin >= bins)
+        return false;
+    const int index = bin == 0 ? 0 : (bin == half ? 1 : 2 * bin);
+    return masks[kMaskAux][index] != 0.0f;
+}
+
+// Every bin from the vocoder; aux gives its DC and Nyquist elements, the
+// packed spectrum's first pair, which an upper band hardly holds. The Nyquist
+// bin stays empty when the upper bin excludes it.
+void CPhaseVocoderV3::resetMasks() noexcept
+{
+    float* toAux = masks[kMaskAux];
+    float* toVocoder = masks[kMaskVocoder];
+    ops->zero (toAux, frameSize);
+    toAux[0] = 1.0f;
+    toAux[1] = upperBin > half ? 1.0f : 0.0f;
+    for (int i = 0; i < frameSize; ++i)
+        toVocoder[i] = 1.0f;
+}
+
+// Stage 1 (stage 3 of a repeat): this frame's hop of aux at the frame's
+// centre, under the aux window (with the transform's 1/N folded in, exact as
+// N is a power of two), transformed.
+void CPhaseVocoderV3::stageAuxInput (const float* const* aux, int channel) noexcept
+{
+    float* frame = auxFrames[channel];
+    const int hop = frameHop;
+    if (aux[channel] != nullptr)
+        std::memcpy (frame + half, aux[channel], sizeof (float) * static_cast<size_t> (hop));
+    else
+        ops->zero (frame + half, hop);
+
+    float* spectrum = auxSpectra[channel];
+    std::memcpy (spectrum, frame, sizeof (float) * static_cast<size_t> (frameSize));
+    ops->multiply (spectrum, windows[kAuxScaled], frameSize);
+    fft->forward (spectrum, spectrum);
+}
+
+// Stage 3 on channel 0, after the classification: from the lower bin up (and
+// below the upper bin, which aux must respect as much as the vocoder), a bin
+// comes from aux when its peak is steady, the bin was not an attack in the
+// last frame, and the peak's energy does not lie early in the frame.
+void CPhaseVocoderV3::routeSteadyBins() noexcept
+{
+    const int first = lowerBin;
+    const int end = upperBin < bins ? upperBin : bins;
+    if (first >= end)
+        return;
+
+    float* toAux = masks[kMaskAux];
+    float* toVocoder = masks[kMaskVocoder];
+    const int* peakOf = intRows[kPeakOf];
+    const double* centroid = peakSums[kPeakCentroid];
+    auto route = [&] (int k) {
+        if (k == 0 || k == half)
+        {
+            const int index = k == 0 ? 0 : 1;
+            toAux[index] = 1.0f;
+            toVocoder[index] = 0.0f;
+            return;
+        }
+        toAux[2 * k] = toAux[2 * k + 1] = 1.0f;
+        toVocoder[2 * k] = toVocoder[2 * k + 1] = 0.0f;
+    };
+
+    int count = 0;
+    for (int k = first; k < end; ++k)
+    {
+        const int p = peakOf[k];
+        const QvrTransientState_t peakClass = classOfPeak[p];
+        // Every bin carries its peak's class here, so the bin is steady
+        // (class 0) exactly when its peak is 0 or 3 and it is not 3 itself.
+        const bool steady = (peakClass == kTransientSteady || peakClass == kTransientSteadyChanging)
+                            && classOfPeak[k] != kTransientSteadyChanging;
+        if (steady && classOfPeakPrevious[k] != kTransientAttack && centroid[p] < kAuxCentroidLimit)
+        {
+            route (k);
+            ++count;
+        }
+    }
+    const int candidates = end - first;
+    if (static_cast<double> (candidates - count) / candidates < kAuxAllShare)
+        for (int k = first; k < end; ++k)
+            route (k);
+}
+
+// After stage 3, every channel: each spectrum keeps its own bins.
+void CPhaseVocoderV3::applyMasks (int channel) noexcept
+{
+    ops->multiply (auxSpectra[channel], masks[kMaskAux], frameSize);
+    // In pass-through the masks are never set: M2 is all ones.
+    if (! bypass)
+        ops->multiply (work[kWorkSynthesis], masks[kMaskVocoder], frameSize);
+}
+
+// Stage 4: the masked aux frame back in time, under the aux window again, into
+// the aux accumulator (where the window is 0 nothing changes).
+void CPhaseVocoderV3::addAuxFrame (int channel) noexcept
+{
+    float* time = work[kWorkInverse];
+    fft->inverse (time, auxSpectra[channel]);
+    float* accumulator = auxAccumulators[channel];
+    const float* window = windows[kAux];
+    const int end = half + auxFallingHop;
+    for (int j = half - auxRisingHop; j < end; ++j)
+        accumulator[j] += time[j] * window[j];
 }
 } // namespace meridex

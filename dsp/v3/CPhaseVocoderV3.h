@@ -42,6 +42,17 @@
 //  5. While `bypass` is set (ratio exactly 1 since reset) the synthesis
 //     spectrum is the analysis spectrum, and the output equals the input
 //     delayed.
+//  6. The aux path (on while processStep gets a non-null aux) lives in the
+//     output's own coordinates: the hop appended at the aux frame's centre in
+//     frame m lands at the same accumulator position as frame m's centre, so
+//     it comes out N/2 output samples later, together with that centre. It
+//     goes through a sine window of 2h samples twice (before the transform
+//     and after the inverse), and sin^2 at hop h sums to one, so aux joins
+//     the output after the division by olaSum, at unit gain; dividing it by
+//     the analysis x synthesis sum would scale it by the inverse of that
+//     sum's level.
+//     Complementary masks pick, per bin, aux or the vocoder: from lowerBin
+//     up, bins whose peak is steady and not fading out come from aux.
 namespace meridex
 {
 // The state of a spectral peak, stored per bin (the class of the bin's peak).
@@ -93,15 +104,18 @@ public:
 
     // Bins from `bin` up are left empty (exclusive limit, at most N/2 + 1).
     void setUpperBin (int bin) noexcept;
-    // First bin that may come from the aux input (aux path only).
-    void setLowerBin (int bin) noexcept { lowerBin = bin; }
+    // First bin that may come from the aux input (aux path only); 0 .. N/2 + 1,
+    // where N/2 + 1 leaves every bin to the vocoder.
+    void setLowerBin (int bin) noexcept { lowerBin = bin < 0 ? 0 : (bin > bins ? bins : bin); }
     // Every bin a peak (used for strong frame repeats).
     void setPeakMode (bool allBins) noexcept { peakMode = allBins; }
 
     // One step. input: analysisHop new samples per channel (read at stage 0);
     // aux: null (path off) or getFrameHop() samples per channel at the output
-    // time scale; output: getFrameHop() samples per channel (written at stage
-    // 4). A negative step -(c + 1) only shifts channel c's input into its frame
+    // time scale, read at stage 1 (stage 3 of a repeat, which has no stage 1;
+    // a null channel reads as silence), the same pointers for every step of a
+    // frame; output: getFrameHop() samples per channel (written at stage 4).
+    // A negative step -(c + 1) only shifts channel c's input into its frame
     // (a repeat that still consumes input).
     void processStep (const float* const* input, const float* const* aux, float* const* output, int step) noexcept;
 
@@ -126,6 +140,8 @@ public:
     const float* getAnalysisWindow() const noexcept { return windows[kAnalysis]; }
     const float* getSynthesisWindow() const noexcept { return windows[kSynthesis]; }
     bool isSynthesisWindowAsymmetric() const noexcept { return synthesisAsymmetric; }
+    // Whether the last frame run with aux took this bin from aux.
+    bool isBinFromAux (int bin) const noexcept;
 
 private:
     enum WindowRow : int
@@ -135,6 +151,8 @@ private:
         kAnalysisRampScaled, // analysis * ramp (-1 .. 1) / N
         kSynthesis,
         kProduct,            // analysis * synthesis: what one frame adds to the sum
+        kAux,                // sine over h samples each side of the centre, 0 elsewhere
+        kAuxScaled,          // aux / N
         kWindowRows
     };
 
@@ -144,13 +162,20 @@ private:
     void stageClassify() noexcept;
     void stagePropagate() noexcept;
     void stageApply (int channel) noexcept;
-    void stageOutput (float* const* output, int channel) noexcept;
+    void stageOutput (float* const* output, bool auxOn, int channel) noexcept;
     void shiftInput (const float* input, int channel) noexcept;
+    void stageAuxInput (const float* const* aux, int channel) noexcept;
+    void resetMasks() noexcept;
+    void routeSteadyBins() noexcept;
+    void applyMasks (int channel) noexcept;
+    void addAuxFrame (int channel) noexcept;
 
     void buildAnalysisWindow (bool cubed) noexcept;
     void buildSymmetricSynthesis() noexcept;
     void buildAsymmetricSynthesis() noexcept;
     void buildProduct() noexcept;
+    void buildAuxFalling (int hop) noexcept;
+    void buildAuxRising() noexcept;
     int findAttackOffset() const noexcept;
 
     const VectorDispatch* ops = nullptr;
@@ -164,6 +189,8 @@ private:
     int synthesisHop = 0;
     int frameHop = 0; // this frame's hop: what stage 4 writes and shifts
     int lastHop = 0;  // what the last frame shifted: this frame's distance from it, 0 after reset
+    int auxFallingHop = 0; // h of the aux window's half after the centre
+    int auxRisingHop = 0;  // h of its half before the centre: the last frame's falling one
     float ratio = 1.0f;
     float previousFrameRatio = 1.0f;
     int upperBin = 0;
@@ -190,7 +217,11 @@ private:
     CTBuffer<float> binRows;    // per-bin float rows, see the .cpp
     CTBuffer<int> intRows;      // per-bin int rows, see the .cpp
     CTBuffer<std::uint8_t> classRows; // class, previous class, peak flag, previous peak flag
-    CTBuffer<double> peakSums;  // per-peak sums of the classification
+    CTBuffer<double> peakSums;  // per-peak sums of the classification, and each peak's centroid
+    CTBuffer<float> auxFrames;  // [channels][2N] aux samples, the newest hop from N/2
+    CTBuffer<float> auxAccumulators; // [channels][2N] overlap-add of the aux path
+    CTBuffer<float> auxSpectra; // [channels][N] packed aux spectrum
+    CTBuffer<float> masks;      // [2][N] packed per-bin factors: aux (M1), vocoder (M2)
 
     float* olaSum = nullptr;    // [2N]
     QvrTransientState_t* classOfPeak = nullptr;

@@ -1,15 +1,18 @@
 // The V3 core's rules for factors (frame repeat, hop table, rounding), its
-// vocoder's windows and attack classes, and the formant stage.
+// vocoder's windows, attack classes and aux path, and the formant stage.
 
 #include "dsp/v3/CFFTSplitV3.h"
 #include "dsp/v3/CMeridexEffV3Core.h"
 #include "dsp/v3/CPhaseVocoderV3.h"
 #include "dsp/v3/CSpectralEnvelopeV3.h"
 #include "tests/dsp/support/V3TestSignals.h"
+#include "tests/support/AllocationCounter.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <utility>
 #include <vector>
 
 namespace
@@ -233,6 +236,164 @@ TEST (V3Vocoder, ClickInSilenceIsHeldThenResetOnce)
     const int centre = (firstReset + 1) * 256 - 1024;
     EXPECT_LE (std::abs (9000 - centre), 256);
 }
+
+// The aux path. The input holds 300 Hz and 6 kHz; aux holds the 6 kHz partial
+// at half its level, as an upper band processed elsewhere would. Above the
+// lower bin the steady partial must come from aux alone (not the vocoder's,
+// nor both), at unit gain, without hop-rate ripple, and N/2 behind aux: where
+// the frame that read it has its centre.
+constexpr int kAuxLowerBin = 70; // 1500 Hz at N = 2048
+
+// Mono vocoder, N = 2048, analysis hop 256; frame f's hop is hop + (f % 2) *
+// extra (the two lengths of a fractional hop). aux is read where the output
+// stands, as a caller at the output time scale reads it.
+template <typename Inspect>
+std::vector<float> runMono (CPhaseVocoderV3& vocoder, const std::vector<float>& input, const std::vector<float>* aux,
+                            int hop, int extra, int frames, Inspect afterFrame)
+{
+    std::vector<float> out, block (2048);
+    float* outs[] = { block.data() };
+    for (int f = 0; f < frames; ++f)
+    {
+        vocoder.setFrameHop (hop + (f % 2) * extra);
+        const float* ins[] = { input.data() + f * 256 };
+        const float* auxes[] = { aux != nullptr ? aux->data() + out.size() : nullptr };
+        for (int s = 0; s < CPhaseVocoderV3::kStagesPerChannel; ++s)
+            vocoder.processStep (ins, aux != nullptr ? auxes : nullptr, outs, s);
+        out.insert (out.end(), block.begin(), block.begin() + vocoder.getFrameHop());
+        afterFrame (f);
+    }
+    return out;
+}
+
+// (hop, extra): frame hops of hop and hop + extra in turn.
+class V3VocoderAux : public ::testing::TestWithParam<std::pair<int, int>>
+{
+};
+
+TEST_P (V3VocoderAux, SteadyUpperPartialComesFromAuxAloneAtUnitGain)
+{
+    const auto [hop, extra] = GetParam();
+    CPhaseVocoderV3 vocoder;
+    ASSERT_EQ (vocoder.init (2048, 256, hop, (hop + 0.5f * extra) / 256.0f, 1), kNoError);
+    vocoder.setLowerBin (kAuxLowerBin);
+    const int frames = 200;
+    const auto input = chord (frames * 256 + 2048, { { 300.0, 0.3 }, { 6000.0, 0.2 } }, 1)[0];
+    const auto aux = chord (frames * (hop + extra), { { 6000.0, 0.1 } }, 1)[0];
+    int unrouted = 0;
+    const auto out = runMono (vocoder, input, &aux, hop, extra, frames, [&] (int f) {
+        if (f >= 40)
+            unrouted += (vocoder.isBinFromAux (14) ? 1 : 0) + (vocoder.isBinFromAux (279) ? 0 : 1);
+    });
+    EXPECT_EQ (unrouted, 0);
+
+    const size_t from = 8000, to = out.size() - 2000;
+    EXPECT_NEAR (amplitudeAt (out, from, 8192, 300.0), 0.3, 0.006);
+    for (size_t i = from; i + 128 < to; i += 16)
+        ASSERT_NEAR (amplitudeAt (out, i, 128, 6000.0), 0.1, 0.003) << i;
+    std::vector<float> residual (out.begin() + static_cast<long> (from), out.begin() + static_cast<long> (to));
+    for (size_t i = 0; i < residual.size(); ++i)
+        residual[i] -= aux[from + i - 1024];
+    EXPECT_LT (amplitudeAt (residual, 0, 8192, 6000.0), 0.002);
+}
+
+INSTANTIATE_TEST_SUITE_P (Hops, V3VocoderAux, ::testing::Values (std::pair { 512, 0 }, std::pair { 179, 0 }, std::pair { 409, 1 }));
+
+// Nothing comes from aux below the lower bin, nor from the upper bin up (which
+// keeps a pitch rise in the converter from folding it back): aux's 6 kHz at
+// 0.5 adds nothing to the input's at 0.2, whether the vocoder keeps it (lower
+// bin past the top) or drops it (upper bin below it). DC and Nyquist, the
+// packed spectrum's first pair, pass from both; a band-limited aux has none.
+TEST (V3VocoderAuxMasks, NothingComesFromAuxOutsideTheLowerAndUpperBins)
+{
+    const auto input = chord (60 * 256 + 2048, { { 300.0, 0.3 }, { 6000.0, 0.2 } }, 1)[0];
+    const auto aux = chord (60 * 512, { { 6000.0, 0.5 } }, 1)[0];
+    for (const auto& [lower, upper] : { std::pair { 1025, 1025 }, std::pair { kAuxLowerBin, 250 } })
+    {
+        CPhaseVocoderV3 vocoder;
+        ASSERT_EQ (vocoder.init (2048, 256, 512, 2.0f, 1), kNoError);
+        vocoder.setLowerBin (lower);
+        vocoder.setUpperBin (upper);
+        const auto out = runMono (vocoder, input, &aux, 512, 0, 60, [] (int) {});
+        EXPECT_NEAR (amplitudeAt (out, 8000, 8192, 6000.0), upper > 279 ? 0.2 : 0.0, 0.002) << upper;
+        EXPECT_NEAR (amplitudeAt (out, 8000, 8192, 300.0), 0.3, 0.006) << upper;
+        EXPECT_TRUE (vocoder.isBinFromAux (0));
+        EXPECT_EQ (vocoder.isBinFromAux (1024), upper > 1024);
+        for (int k = 1; k < 1024; ++k)
+            ASSERT_FALSE ((k < lower || k >= upper) && vocoder.isBinFromAux (k)) << upper << " " << k;
+    }
+}
+
+// A click over a steady partial stays with the vocoder: in the frame that
+// resets its phases and the next, none of its bins comes from aux. (The
+// Nyquist bin, packed with DC, is left out.)
+TEST (V3VocoderAuxMasks, AttackKeepsTheVocoderBins)
+{
+    auto input = chord (60 * 256 + 2048, { { 6000.0, 0.2 } }, 1)[0];
+    input[9000] += 1.0f;
+    const auto aux = chord (60 * 512, { { 6000.0, 0.1 } }, 1)[0];
+    CPhaseVocoderV3 vocoder;
+    ASSERT_EQ (vocoder.init (2048, 256, 512, 2.0f, 1), kNoError);
+    vocoder.setLowerBin (kAuxLowerBin);
+    std::vector<int> click;
+    int clickFrame = -1, routed = 0;
+    runMono (vocoder, input, &aux, 512, 0, 50, [&] (int f) {
+        std::vector<int> attack;
+        for (int k = kAuxLowerBin; k < 1024; ++k)
+            if (vocoder.getBinClass (k) == kTransientAttack)
+                attack.push_back (k);
+        if (attack.size() > 900)
+        {
+            click = attack;
+            clickFrame = f;
+        }
+        if (clickFrame >= 0 && f <= clickFrame + 1)
+            for (int k : click)
+                routed += vocoder.isBinFromAux (k) ? 1 : 0;
+    });
+    ASSERT_GE (clickFrame, 0);
+    EXPECT_EQ (routed, 0);
+}
+
+// Through the core: aux is encoded like the input (so each channel keeps its
+// own level after the decoding), read per frame with the frame's own hop,
+// repeats included, and the steps allocate nothing.
+class V3CoreAux : public ::testing::TestWithParam<float>
+{
+};
+
+TEST_P (V3CoreAux, StereoAuxJoinsAtUnitGainWithoutAllocating)
+{
+    Core c;
+    ASSERT_EQ (c.set (GetParam()), kNoError); // 0.8: hops of 409 and 410; 7: a frame repeat
+    c.core.setLowerBin (140);
+    const Channels input = chord (80000, { { 300.0, 0.3 }, { 6000.0, 0.2 } });
+    const Channels aux = { chord (70000, { { 6000.0, 0.1 } }, 1)[0], chord (70000, { { 6000.0, 0.04 } }, 1)[0] };
+    Channels out (2, std::vector<float> (70000));
+    size_t at = 0, auxAt = 0, written = 0;
+    tavrine::test::ScopedAllocationCount allocations;
+    while (written < 60000)
+    {
+        const float* ins[] = { input[0].data() + at, input[1].data() + at };
+        const float* auxes[] = { aux[0].data() + auxAt, aux[1].data() + auxAt };
+        float* outs[] = { out[0].data() + written, out[1].data() + written };
+        at += static_cast<size_t> (c.core.getInputNeeded());
+        for (int s = 0, steps = c.core.getStepCount(); s < steps; ++s)
+            written += static_cast<size_t> (c.core.processStep (ins, auxes, outs, s));
+        auxAt += static_cast<size_t> (c.core.appliedSynthesis());
+    }
+    EXPECT_EQ (allocations.count(), 0u);
+    for (int ch = 0; ch < 2; ++ch)
+    {
+        const auto& x = out[static_cast<size_t> (ch)];
+        const double level = ch == 0 ? 0.1 : 0.04;
+        EXPECT_NEAR (amplitudeAt (x, 34000, 16384, 300.0), 0.3, 0.006) << ch;
+        for (size_t i = 34000; i + 256 < 58000; i += 64)
+            ASSERT_NEAR (amplitudeAt (x, i, 256, 6000.0), level, 0.03 * level) << ch << " " << i;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P (Stretch, V3CoreAux, ::testing::Values (0.8f, 7.0f));
 
 TEST (V3Formant, EnvelopeRidesOnThePeaks)
 {
