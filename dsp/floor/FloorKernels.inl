@@ -663,7 +663,7 @@ MERIDEX_KERNEL V vatan2 (V y, V x)
 }
 
 // sin and cos: x = j pi/2 + r with |r| <= pi/4, pi/2 subtracted in three
-// parts (the first two exact in float for |j| < 2^12), polynomials for
+// parts (the first two exact in float for |j| < 2^13), polynomials for
 // sin r and cos r, then the quadrant j mod 4 swaps and negates them.
 MERIDEX_KERNEL void vsinCos (V x, V& sine, V& cosine)
 {

@@ -39,6 +39,9 @@ enum BinRow : int
     kTheta,          // rotation of each peak, at the peak's bin
     kCos,
     kSin,
+    kPeakAngle,      // theta of the i-th peak, gathered for one vector sin/cos
+    kPeakSin,
+    kPeakCos,
     kBinRows
 };
 
@@ -48,6 +51,7 @@ enum IntRow : int
     kPeakOf,
     kPeakList,
     kNearestPeak, // nearest peak of a bin index
+    kCandidates,  // bins that may be peaks, ascending
     kIntRows
 };
 
@@ -518,84 +522,103 @@ void CPhaseVocoderV3::stagePeaks() noexcept
 
     const int lowBand = frameSize / 256 > 1 ? frameSize / 256 : 1;
     const int thinLimit = frameSize / 8;
-    const double toBins = frameSize / (kTwoPi * analysisHop);
+    // f(k) by truncation: where x + 0.5 >= 0 it is the floor, and below
+    // that both give f < 1, which falls back to k.
+    const float toBins = static_cast<float> (frameSize / (kTwoPi * analysisHop));
     for (int k = 0; k < bins; ++k)
     {
-        int f = static_cast<int> (std::floor (increment[k] * toBins + 0.5));
-        if (f < 1)
-            f = k;
-        if (f > half - 1)
-            f = half - 1;
-        instant[k] = f;
+        const int f = static_cast<int> (increment[k] * toBins + 0.5f);
+        const int own = f < 1 ? k : f;
+        instant[k] = own > half - 1 ? half - 1 : own;
     }
-
-    auto sticky = [this, wasPeak] (int k) {
-        return wasPeak[k] != 0 && (classOfPeakPrevious[k] == kTransientAttack || classOfPeakPrevious[k] == kTransientSteadyChanging);
-    };
 
     int count = 0;
     for (int k = 0; k < lowBand && k < bins; ++k)
         peaks[count++] = k;
 
+    // The candidates first, in one pass without branches: on a dense
+    // spectrum each bin's outcome is data no branch predictor can learn.
+    // A candidate is where f(k) - k passes through zero from above (a bin
+    // whose instantaneous frequency is its own centre counts too: every bin
+    // of a click does, and each must then keep its own phase advance), or a
+    // peak that was attacking or changing in the last frame. Above the
+    // thinning range a crossing must also be a local maximum.
+    int* candidates = intRows[kCandidates];
+    int candidateCount = 0;
+    int previousOffset = lowBand < half ? instant[lowBand - 1] - (lowBand - 1) : 0;
     for (int k = lowBand; k < half; ++k)
     {
-        // Where f(k) - k passes through zero from above. A bin whose
-        // instantaneous frequency is its own centre counts too: every bin of
-        // a click does, and each must then keep its own phase advance.
-        const bool crossing = instant[k] == k || (instant[k - 1] - (k - 1) > 0 && instant[k] - k < 0);
-        const bool keepClass = sticky (k);
-        if (! crossing && ! keepClass)
-            continue;
+        const int offset = instant[k] - k;
+        const bool crossing = (offset == 0) | ((previousOffset > 0) & (offset < 0));
+        const QvrTransientState_t before = classOfPeakPrevious[k];
+        const bool keepClass = (wasPeak[k] != 0) & ((before == kTransientAttack) | (before == kTransientSteadyChanging));
+        const bool localMaximum = (magnitude[k] >= magnitude[k - 1]) & (magnitude[k] >= magnitude[k + 1]);
+        const bool candidate = keepClass | (crossing & ((k < thinLimit) | localMaximum));
+        candidates[candidateCount] = k;
+        candidateCount += candidate ? 1 : 0;
+        previousOffset = offset;
+    }
 
-        if (k < thinLimit)
-        {
-            // Of two neighbouring candidates the weaker goes when every bin
-            // between them points closer to the stronger one.
-            bool keepNew = true;
-            while (count > lowBand)
-            {
-                const int a = peaks[count - 1];
-                const bool aStronger = magnitude[a] >= magnitude[k];
-                const int strong = aStronger ? a : k;
-                const int weak = aStronger ? k : a;
-                // With no bin between them there is nothing to decide by.
-                bool allCloser = k - a > 1;
-                for (int j = a + 1; j < k && allCloser; ++j)
-                    allCloser = std::abs (instant[j] - strong) < std::abs (instant[j] - weak);
-                if (! allCloser)
-                    break;
-                if (weak == a)
-                    --count;
-                else
-                {
-                    keepNew = false;
-                    break;
-                }
-            }
-            if (keepNew)
-                peaks[count++] = k;
-        }
-        else if ((magnitude[k] >= magnitude[k - 1] && magnitude[k] >= magnitude[k + 1]) || keepClass)
+    for (int c = 0; c < candidateCount; ++c)
+    {
+        const int k = candidates[c];
+        if (k >= thinLimit)
         {
             peaks[count++] = k;
+            continue;
         }
+
+        // Of two neighbouring candidates the weaker goes when every bin
+        // between them points closer to the stronger one.
+        bool keepNew = true;
+        while (count > lowBand)
+        {
+            const int a = peaks[count - 1];
+            const bool aStronger = magnitude[a] >= magnitude[k];
+            const int strong = aStronger ? a : k;
+            const int weak = aStronger ? k : a;
+            // With no bin between them there is nothing to decide by.
+            bool allCloser = k - a > 1;
+            for (int j = a + 1; j < k && allCloser; ++j)
+                allCloser = std::abs (instant[j] - strong) < std::abs (instant[j] - weak);
+            if (! allCloser)
+                break;
+            if (weak == a)
+                --count;
+            else
+            {
+                keepNew = false;
+                break;
+            }
+        }
+        if (keepNew)
+            peaks[count++] = k;
     }
     if (peaks[count - 1] != half)
         peaks[count++] = half;
     peakCount = count;
 
-    // Nearest peak of every bin index; a tie goes to the lower peak.
+    // Nearest peak of every bin index; a tie goes to the lower peak, so
+    // bins up to the midpoint (p + next) / 2 belong to p.
     for (int i = 0; i < count; ++i)
     {
         const int p = peaks[i];
         isPeak[p] = 1;
         const int next = i + 1 < count ? peaks[i + 1] : bins + half;
         const int end = next < bins ? next : bins;
-        for (int b = p; b < end; ++b)
-            nearest[b] = b - p <= next - b ? p : next;
+        const int middle = (p + next) / 2 + 1 < end ? (p + next) / 2 + 1 : end;
+        for (int b = p; b < middle; ++b)
+            nearest[b] = p;
+        for (int b = middle; b < end; ++b)
+            nearest[b] = next;
     }
-    for (int k = 0; k < bins; ++k)
-        peakOf[k] = (k < lowBand || isPeak[k] != 0) ? k : nearest[instant[k]];
+    for (int k = 0; k < lowBand && k < bins; ++k)
+        peakOf[k] = k;
+    for (int k = lowBand; k < bins; ++k)
+    {
+        const int nearestPeak = nearest[instant[k]];
+        peakOf[k] = isPeak[k] != 0 ? k : nearestPeak;
+    }
 }
 
 // Stage 3, first visit of a frame on channel 0: the class of every peak from
@@ -628,6 +651,30 @@ void CPhaseVocoderV3::stageClassify() noexcept
     }
     double lowDifference = 0.0, lowReference = 0.0, lowEnergy = 0.0, lowRamp = 0.0;
     double totalRamp = 0.0, totalEnergy = 0.0;
+
+    // The bins of one peak mostly lie side by side: their sums run in
+    // registers and go to the peak when the owner changes, instead of every
+    // bin loading and storing its peak's sums (a dependency through memory).
+    constexpr int kLowOwner = -1;
+    int runOwner = kLowOwner;
+    double runDifference = 0.0, runReference = 0.0, runEnergy = 0.0, runRamp = 0.0;
+    const auto closeRun = [&] {
+        if (runOwner == kLowOwner)
+        {
+            lowDifference += runDifference;
+            lowReference += runReference;
+            lowEnergy += runEnergy;
+            lowRamp += runRamp;
+        }
+        else
+        {
+            sumDifference[runOwner] += runDifference;
+            sumReference[runOwner] += runReference;
+            sumEnergy[runOwner] += runEnergy;
+            sumRamp[runOwner] += runRamp;
+        }
+        runDifference = runReference = runEnergy = runRamp = 0.0;
+    };
     for (int k = 0; k < bins; ++k)
     {
         const double m = magnitude[k];
@@ -637,22 +684,18 @@ void CPhaseVocoderV3::stageClassify() noexcept
         const double energy = m * m;
         totalRamp += rampProduct[k];
         totalEnergy += energy;
-        const int owner = peakOf[k];
-        if (k < lowBand || owner < lowBand)
+        const int owner = (k < lowBand || peakOf[k] < lowBand) ? kLowOwner : peakOf[k];
+        if (owner != runOwner)
         {
-            lowDifference += difference;
-            lowReference += r * r;
-            lowEnergy += energy;
-            lowRamp += rampProduct[k];
+            closeRun();
+            runOwner = owner;
         }
-        else
-        {
-            sumDifference[owner] += difference;
-            sumReference[owner] += r * r;
-            sumEnergy[owner] += energy;
-            sumRamp[owner] += rampProduct[k];
-        }
+        runDifference += difference;
+        runReference += r * r;
+        runEnergy += energy;
+        runRamp += rampProduct[k];
     }
+    closeRun();
 
     const double frameCentroid = -totalRamp / (1.0e-24 + totalEnergy);
     const bool ratioChanged = ratio != previousFrameRatio;
@@ -787,6 +830,11 @@ void CPhaseVocoderV3::stagePropagate() noexcept
                 classOfPeak[k] = kTransientSteady;
     }
 
+    // The peaks' rotations are gathered so that their sines and cosines run
+    // four at a time, then go back to the peaks' bins.
+    float* angles = binRows[kPeakAngle];
+    float* peakSines = binRows[kPeakSin];
+    float* peakCosines = binRows[kPeakCos];
     for (int i = 0; i < peakCount; ++i)
     {
         const int p = peaks[i];
@@ -794,8 +842,14 @@ void CPhaseVocoderV3::stagePropagate() noexcept
         const float advanced = classOfPeak[p] == kTransientAttack ? phase[p] : psi[p] + increment[p] * advance;
         const float rotation = advanced - phase[p];
         theta[p] = rotation;
-        cosine[p] = std::cos (rotation);
-        sine[p] = std::sin (rotation);
+        angles[i] = rotation;
+    }
+    ops->sinCos (peakSines, peakCosines, angles, peakCount);
+    for (int i = 0; i < peakCount; ++i)
+    {
+        const int p = peaks[i];
+        cosine[p] = peakCosines[i];
+        sine[p] = peakSines[i];
     }
 
     // The attack moves from T to ratio * T: a linear phase of 2 pi k sigma / N.
