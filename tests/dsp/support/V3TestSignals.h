@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <random>
@@ -81,6 +82,210 @@ inline Channels noise (int frames, float amplitude, unsigned seed, int channels 
     return result;
 }
 
+// Material that sounds like music: events are hits, notes or vowels with
+// their frames [start, end) and, for notes, their frequency, in the order
+// they sound; bursts are the consonants of the voice.
+struct Segment
+{
+    int start = 0;
+    int end = 0;
+    double hz = 0.0;
+};
+
+struct Material
+{
+    Channels audio;
+    std::vector<Segment> events;
+    std::vector<Segment> bursts;
+};
+
+inline int secondsToFrames (double seconds)
+{
+    return static_cast<int> (std::lround (seconds * kRate));
+}
+
+// Two-pole resonator with unit gain at DC, as a formant of a voice.
+struct Resonator
+{
+    double a1 = 0.0, a2 = 0.0, y1 = 0.0, y2 = 0.0;
+
+    void set (double hz, double bandwidthHz)
+    {
+        const double r = std::exp (-kPi * bandwidthHz / kRate);
+        a1 = 2.0 * r * std::cos (2.0 * kPi * hz / kRate);
+        a2 = -r * r;
+    }
+
+    double process (double x)
+    {
+        const double y = (1.0 - a1 - a2) * x + a1 * y1 + a2 * y2;
+        y2 = y1;
+        y1 = y;
+        return y;
+    }
+};
+
+// 120 bpm sixteenths from 50 ms: kick (sine falling 150 -> 50 Hz), snare
+// (noise and 190 Hz), closed hat (differenced noise). Hits are two
+// sixteenths apart, so a tail has fallen 50 dB when the next hit comes; the
+// sides differ in level and noise.
+inline Material drumLoop()
+{
+    enum { kick, snare, hat };
+    const int pattern[] = { kick, hat, snare, kick, kick, hat, snare, hat };
+    Material m;
+    m.audio.assign (2, std::vector<float> (static_cast<size_t> (secondsToFrames (2.1)), 0.0f));
+    for (int step = 0; step < 8; ++step)
+    {
+        const int start = secondsToFrames (0.05 + step * 0.25);
+        m.events.push_back ({ start, start + secondsToFrames (0.25), 0.0 });
+        for (int c = 0; c < 2; ++c)
+        {
+            std::mt19937 rng (static_cast<unsigned> (100 * step + c));
+            std::uniform_real_distribution<double> white (-1.0, 1.0);
+            double phase = 0.0, previous = 0.0;
+            for (int i = 0; i < secondsToFrames (0.5) && start + i < secondsToFrames (2.1); ++i)
+            {
+                const double t = i / kRate, w = white (rng);
+                double v = 0.0;
+                if (pattern[step] == kick)
+                {
+                    phase += 2.0 * kPi * (50.0 + 100.0 * std::exp (-t / 0.03)) / kRate;
+                    v = 0.8 * std::sin (phase) * std::exp (-t / 0.04);
+                }
+                else if (pattern[step] == snare)
+                    v = (c == 0 ? 0.6 : 0.45) * (0.6 * w * std::exp (-t / 0.035) + 0.5 * std::sin (2.0 * kPi * 190.0 * t) * std::exp (-t / 0.04));
+                else
+                    v = (c == 0 ? 0.25 : 0.4) * (w - previous) * std::exp (-t / 0.012);
+                previous = w;
+                m.audio[static_cast<size_t> (c)][static_cast<size_t> (start + i)] += static_cast<float> (v);
+            }
+        }
+    }
+    return m;
+}
+
+// Bass line E1 G1 A1 D2 B1, 0.4 s per note, legato: the phase runs on and the
+// frequency glides over 8 ms; each note has an accent that decays to a
+// sustain. Band-limited sawtooth, rolled off at 12 dB per octave above
+// 300 Hz; the same on both sides.
+inline Material bassLine()
+{
+    const double notes[] = { 41.20, 49.00, 55.00, 73.42, 61.74 };
+    Material m;
+    std::vector<float> x (static_cast<size_t> (secondsToFrames (2.1)), 0.0f);
+    double phase = 0.0, hz = notes[0];
+    for (int n = 0; n < 5; ++n)
+    {
+        const int start = secondsToFrames (0.05 + 0.4 * n), end = start + secondsToFrames (0.4);
+        m.events.push_back ({ start, end, notes[n] });
+        for (int i = start; i < end; ++i)
+        {
+            const double t = (i - start) / kRate;
+            hz += (notes[n] - hz) * std::min (1.0, 1.0 / (0.008 * kRate));
+            phase = std::fmod (phase + 2.0 * kPi * hz / kRate, 2.0 * kPi);
+            double v = 0.0;
+            for (int h = 1; h * hz < 4000.0; ++h)
+                v += std::sin (h * phase) / (h * (1.0 + (h * hz / 300.0) * (h * hz / 300.0)));
+            const double fade = std::min ({ 1.0, (i - secondsToFrames (0.05)) / (0.005 * kRate), (secondsToFrames (2.05) - i) / (0.02 * kRate) });
+            x[static_cast<size_t> (i)] = static_cast<float> (0.45 * v * fade * (0.65 + 0.35 * std::exp (-t / 0.08)));
+        }
+    }
+    m.audio.assign (2, x);
+    return m;
+}
+
+// Pad A2 E3 C#4, two voices per note 4 cents apart with four harmonics,
+// seeded phases, a 0.4 s attack and a 0.1 s release over 2 s. One voice leans
+// left, the other right (0.8 against 0.2), so the sides differ and each
+// side's beat is slow (under 1 Hz) and shallow.
+inline Material chordPad()
+{
+    const double notes[] = { 110.0, 164.81, 277.18 };
+    Material m;
+    const int frames = secondsToFrames (2.0);
+    m.audio.assign (2, std::vector<float> (static_cast<size_t> (frames), 0.0f));
+    std::mt19937 rng (5);
+    std::uniform_real_distribution<double> angle (0.0, 2.0 * kPi);
+    for (double note : notes)
+    {
+        m.events.push_back ({ secondsToFrames (0.5), secondsToFrames (1.85), note });
+        for (int voice = 0; voice < 2; ++voice)
+        {
+            const double hz = note * std::pow (2.0, (voice == 0 ? -2.0 : 2.0) / 1200.0);
+            double start[5];
+            for (double& s : start)
+                s = angle (rng);
+            for (int i = 0; i < frames; ++i)
+            {
+                const double t = i / kRate;
+                const double shape = std::min ({ 1.0, 0.5 - 0.5 * std::cos (kPi * std::min (1.0, t / 0.4)), (2.0 - t) / 0.1 });
+                double v = 0.0;
+                for (int h = 1; h <= 4; ++h)
+                    v += std::sin (2.0 * kPi * h * hz * t + start[h]) / h;
+                for (int c = 0; c < 2; ++c)
+                    m.audio[static_cast<size_t> (c)][static_cast<size_t> (i)] += static_cast<float> ((c == voice ? 0.8 : 0.2) * 0.12 * shape * v);
+            }
+        }
+    }
+    return m;
+}
+
+// Intonation of the voice below: 100 Hz rising to 180 Hz at 1 s and back.
+inline double speechPitchHz (double seconds)
+{
+    return 140.0 - 40.0 * std::cos (kPi * seconds);
+}
+
+// Seven syllables of 280 ms: a 50 ms consonant (noise round 4.5 kHz), a
+// 190 ms vowel (a, i, u in turn: glottal pulses through four formants) and
+// 40 ms of silence. The same on both sides.
+inline Material speechLike()
+{
+    const double formants[3][4] = { { 730, 1090, 2440, 3400 }, { 270, 2290, 3010, 3700 }, { 300, 870, 2240, 3400 } };
+    const double bandwidths[4] = { 80, 100, 140, 200 };
+    Material m;
+    std::vector<double> voiced (static_cast<size_t> (secondsToFrames (2.0)), 0.0), unvoiced (voiced);
+    Resonator tract[4], hiss;
+    hiss.set (4500.0, 2000.0);
+    std::mt19937 rng (9);
+    std::uniform_real_distribution<double> white (-1.0, 1.0);
+    double phase = 0.0, previousFlow = 0.0, previousHiss = 0.0;
+    for (int s = 0; s < 7; ++s)
+    {
+        const int burst = secondsToFrames (0.02 + 0.28 * s), vowel = burst + secondsToFrames (0.05), end = vowel + secondsToFrames (0.19);
+        m.bursts.push_back ({ burst, vowel, 0.0 });
+        m.events.push_back ({ vowel, end, 0.0 });
+        for (int f = 0; f < 4; ++f)
+            tract[f].set (formants[s % 3][f], bandwidths[f]);
+        for (int i = burst; i < end; ++i)
+        {
+            if (i < vowel)
+            {
+                const double h = hiss.process (white (rng));
+                unvoiced[static_cast<size_t> (i)] = (h - previousHiss) * std::sin (kPi * (i - burst) / (vowel - burst));
+                previousHiss = h;
+            }
+            phase = std::fmod (phase + speechPitchHz (i / kRate) / kRate, 1.0);
+            // Glottal flow: opens over 40 % of the period, closes over 20 %.
+            const double flow = phase < 0.4 ? 0.5 - 0.5 * std::cos (kPi * phase / 0.4) : (phase < 0.6 ? std::cos (kPi * (phase - 0.4) / 0.4) : 0.0);
+            double y = i < vowel ? 0.0 : (flow - previousFlow) * std::min (1.0, std::min (i - vowel, end - i) / (0.02 * kRate));
+            previousFlow = flow;
+            for (Resonator& r : tract)
+                y = r.process (y);
+            voiced[static_cast<size_t> (i)] = y;
+        }
+    }
+    // Vowels peak at 0.6, consonants at 0.2.
+    auto peak = [] (const std::vector<double>& v) { return std::max (*std::max_element (v.begin(), v.end()), -*std::min_element (v.begin(), v.end())); };
+    const double voicedGain = 0.6 / peak (voiced), unvoicedGain = 0.2 / peak (unvoiced);
+    std::vector<float> x (voiced.size());
+    for (size_t i = 0; i < x.size(); ++i)
+        x[i] = static_cast<float> (voicedGain * voiced[i] + unvoicedGain * unvoiced[i]);
+    m.audio.assign (2, x);
+    return m;
+}
+
 inline double rms (const std::vector<float>& x, size_t from, size_t to)
 {
     double sum = 0.0;
@@ -91,13 +296,17 @@ inline double rms (const std::vector<float>& x, size_t from, size_t to)
 
 // Amplitude of the component at `hz` in x[from .. from + length): a
 // Hann-windowed projection on cosine and sine, scaled so that a sinusoid of
-// amplitude A reads A.
-inline double amplitudeAt (const std::vector<float>& x, size_t from, size_t length, double hz)
+// amplitude A reads A. With lowLeakage a four-term Blackman-Harris window
+// takes the Hann window's place: a partial 4 bins away then leaks in below
+// -90 dB, for reading one partial among close neighbours.
+inline double amplitudeAt (const std::vector<float>& x, size_t from, size_t length, double hz, bool lowLeakage = false)
 {
     double re = 0.0, im = 0.0, norm = 0.0;
     for (size_t i = 0; i < length; ++i)
     {
-        const double w = 0.5 - 0.5 * std::cos (2.0 * kPi * static_cast<double> (i) / static_cast<double> (length));
+        const double a = 2.0 * kPi * static_cast<double> (i) / static_cast<double> (length);
+        const double w = lowLeakage ? 0.35875 - 0.48829 * std::cos (a) + 0.14128 * std::cos (2.0 * a) - 0.01168 * std::cos (3.0 * a)
+                                    : 0.5 - 0.5 * std::cos (a);
         const double phase = 2.0 * kPi * hz * static_cast<double> (from + i) / kRate;
         re += w * x[from + i] * std::cos (phase);
         im += w * x[from + i] * std::sin (phase);
