@@ -532,9 +532,36 @@ void CPhaseVocoderV3::stagePeaks() noexcept
         instant[k] = own > half - 1 ? half - 1 : own;
     }
 
+    // Below K the partials lie too close for crossings to mean much, and
+    // every bin keeps its own phase advance, except the two next to a local
+    // maximum of magnitude, which keep their phase relation to it. Left to
+    // advance on their own, the bins of a partial that moves in under a
+    // legato note change keep the phases of the old note, disagree, and
+    // cancel for as long as the note lasts; locking wider than the centre of
+    // each lobe would pull on neighbouring partials, which overlap here.
     int count = 0;
-    for (int k = 0; k < lowBand && k < bins; ++k)
-        peaks[count++] = k;
+    const int lowEnd = lowBand < half ? lowBand : half;
+    const auto isLowMaximum = [magnitude, lowEnd] (int k) {
+        return k >= 1 && k < lowEnd && magnitude[k] >= magnitude[k - 1] && magnitude[k] > magnitude[k + 1];
+    };
+    for (int k = 0; k < lowEnd; ++k)
+    {
+        int owner = k;
+        if (! isLowMaximum (k))
+        {
+            const bool below = isLowMaximum (k - 1), above = isLowMaximum (k + 1);
+            if (below && above)
+                owner = magnitude[k - 1] >= magnitude[k + 1] ? k - 1 : k + 1;
+            else if (below)
+                owner = k - 1;
+            else if (above)
+                owner = k + 1;
+        }
+        peakOf[k] = owner;
+        if (owner == k)
+            peaks[count++] = k;
+    }
+    const int lowCount = count;
 
     // The candidates first, in one pass without branches: on a dense
     // spectrum each bin's outcome is data no branch predictor can learn.
@@ -571,7 +598,7 @@ void CPhaseVocoderV3::stagePeaks() noexcept
         // Of two neighbouring candidates the weaker goes when every bin
         // between them points closer to the stronger one.
         bool keepNew = true;
-        while (count > lowBand)
+        while (count > lowCount)
         {
             const int a = peaks[count - 1];
             const bool aStronger = magnitude[a] >= magnitude[k];
@@ -612,9 +639,7 @@ void CPhaseVocoderV3::stagePeaks() noexcept
         for (int b = middle; b < end; ++b)
             nearest[b] = next;
     }
-    for (int k = 0; k < lowBand && k < bins; ++k)
-        peakOf[k] = k;
-    for (int k = lowBand; k < bins; ++k)
+    for (int k = lowEnd; k < bins; ++k)
     {
         const int nearestPeak = nearest[instant[k]];
         peakOf[k] = isPeak[k] != 0 ? k : nearestPeak;
