@@ -1007,8 +1007,11 @@ void CPhaseVocoderV3::stageOutput (float* const* output, bool auxOn, int channel
         }
     }
 
-    std::memmove (accumulator, accumulator + hop, sizeof (float) * static_cast<size_t> (twoN - hop));
-    ops->zero (accumulator + twoN - hop, hop);
+    // Frames are only ever added to the first N samples: beyond them the
+    // accumulator stays zero and the window sum its floor, so shifting the
+    // first N is the whole shift.
+    std::memmove (accumulator, accumulator + hop, sizeof (float) * static_cast<size_t> (frameSize - hop));
+    ops->zero (accumulator + frameSize - hop, hop);
     if (auxOn)
     {
         float* auxFrame = auxFrames[channel];
@@ -1020,8 +1023,8 @@ void CPhaseVocoderV3::stageOutput (float* const* output, bool auxOn, int channel
 
     if (channel == channels - 1)
     {
-        std::memmove (olaSum, olaSum + hop, sizeof (float) * static_cast<size_t> (twoN - hop));
-        for (int j = twoN - hop; j < twoN; ++j)
+        std::memmove (olaSum, olaSum + hop, sizeof (float) * static_cast<size_t> (frameSize - hop));
+        for (int j = frameSize - hop; j < frameSize; ++j)
             olaSum[j] = kSmallestSum;
 
         // The frame is done: its classes become the previous ones, and a
