@@ -2,12 +2,12 @@
 #include "dsp/floor/CqvrfFFT_If.h"
 #include "dsp/floor/FftWindows.h"
 #include "dsp/floor/VectorDispatch.h"
+#include "tests/dsp/support/V3TestSignals.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <complex>
-#include <random>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -15,47 +15,18 @@
 namespace
 {
 using namespace meridex;
+using tavrine::dsptest::kPi;
+using tavrine::dsptest::noiseSamples;
+using tavrine::dsptest::referenceFft;
 
-constexpr double kPi = 3.141592653589793238463;
 const int kAllTiers[] = { kTierGeneric, kTierSse2, kTierSse3, kTierSse4 };
 
-std::vector<float> noise (int n, unsigned seed)
-{
-    std::mt19937 rng (seed);
-    std::uniform_real_distribution<float> dist (-1.0f, 1.0f);
-    std::vector<float> x (static_cast<size_t> (n));
-    for (float& v : x)
-        v = dist (rng);
-    return x;
-}
-
 // The complex spectrum of a real frame in double: an iterative radix-2
-// transform, itself checked against the direct sum in NaiveDft below.
+// transform, itself checked against the direct sum below.
 std::vector<std::complex<double>> referenceSpectrum (const std::vector<float>& x)
 {
-    const size_t n = x.size();
     std::vector<std::complex<double>> a (x.begin(), x.end());
-    for (size_t i = 1, j = 0; i < n; ++i)
-    {
-        size_t bit = n >> 1;
-        for (; j & bit; bit >>= 1)
-            j ^= bit;
-        j ^= bit;
-        if (i < j)
-            std::swap (a[i], a[j]);
-    }
-    for (size_t len = 2; len <= n; len <<= 1)
-    {
-        const double angle = -2.0 * kPi / static_cast<double> (len);
-        for (size_t start = 0; start < n; start += len)
-            for (size_t k = 0; k < len / 2; ++k)
-            {
-                const std::complex<double> w (std::cos (angle * k), std::sin (angle * k));
-                const std::complex<double> u = a[start + k], v = a[start + k + len / 2] * w;
-                a[start + k] = u + v;
-                a[start + k + len / 2] = u - v;
-            }
-    }
+    referenceFft (a, false);
     return a;
 }
 
@@ -110,7 +81,7 @@ TEST_P (FftEveryTierAndSize, MatchesTheReferenceAndInverseGivesTheFrameTimesTheS
     ASSERT_TRUE (fft);
     ASSERT_EQ (fft->getFftSize(), size);
 
-    const std::vector<float> frame = noise (size, static_cast<unsigned> (size + tier));
+    const std::vector<float> frame = noiseSamples (size, static_cast<unsigned> (size + tier));
     std::vector<float> spectrum (static_cast<size_t> (size)), back (static_cast<size_t> (size));
     fft->forward (spectrum.data(), frame.data());
     EXPECT_LT (relativeError (spectrum, pack (referenceSpectrum (frame))), 2.0e-6);
@@ -136,30 +107,20 @@ INSTANTIATE_TEST_SUITE_P (Floor, FftEveryTierAndSize,
                                      + std::to_string (1 << std::get<1> (test.param));
                           });
 
+// The direct sum X[k] = sum x[j] e^(-2 pi i j k / n), packed with DC and
+// Nyquist first, pins the radix-2 reference, and with it the floor's layout
+// and sign: a swapped DC and Nyquist or a conjugated bin fails here.
 TEST (Fft, ReferenceAndFloorAgreeWithTheDirectSumAtSmallSizes)
 {
     for (int size : { 64, 128, 512 })
     {
-        const std::vector<float> frame = noise (size, 7u);
-        std::vector<double> direct (static_cast<size_t> (size));
+        const std::vector<float> frame = noiseSamples (size, 7u);
+        std::vector<std::complex<double>> bins (static_cast<size_t> (size));
         for (int k = 0; k <= size / 2; ++k)
-        {
-            double re = 0.0, im = 0.0;
             for (int j = 0; j < size; ++j)
-            {
-                re += frame[static_cast<size_t> (j)] * std::cos (2.0 * kPi * j * k / size);
-                im -= frame[static_cast<size_t> (j)] * std::sin (2.0 * kPi * j * k / size);
-            }
-            if (k == 0)
-                direct[0] = re;
-            else if (k == size / 2)
-                direct[1] = re;
-            else
-            {
-                direct[static_cast<size_t> (2 * k)] = re;
-                direct[static_cast<size_t> (2 * k + 1)] = im;
-            }
-        }
+                bins[static_cast<size_t> (k)] += static_cast<double> (frame[static_cast<size_t> (j)])
+                                                 * std::polar (1.0, -2.0 * kPi * j * k / size);
+        const std::vector<double> direct = pack (bins);
         EXPECT_LT (relativeError (pack (referenceSpectrum (frame)), direct), 1.0e-12) << size;
 
         CScopedPtr<CqvrfFFT_If> fft;
@@ -170,53 +131,16 @@ TEST (Fft, ReferenceAndFloorAgreeWithTheDirectSumAtSmallSizes)
     }
 }
 
-TEST (Fft, PackedLayoutPutsDcAndNyquistFirstThenBinPairs)
-{
-    const int n = 256;
-    CScopedPtr<CqvrfFFT_If> fft;
-    ASSERT_EQ (createFFT (fft.receive(), n, 1, kWindowNone), kNoError);
-    std::vector<float> x (n), X (n);
-
-    auto expectOnly = [&] (std::vector<std::pair<int, float>> expected, const char* what) {
-        for (int i = 0; i < n; ++i)
-        {
-            float want = 0.0f;
-            for (auto& e : expected)
-                if (e.first == i)
-                    want = e.second;
-            EXPECT_NEAR (X[static_cast<size_t> (i)], want, 2.0e-3f) << what << " at " << i;
-        }
-    };
-
-    for (int i = 0; i < n; ++i)
-        x[static_cast<size_t> (i)] = 0.5f;
-    fft->forward (X.data(), x.data());
-    expectOnly ({ { 0, 0.5f * n } }, "constant");
-
-    for (int i = 0; i < n; ++i)
-        x[static_cast<size_t> (i)] = (i % 2 == 0) ? 1.0f : -1.0f;
-    fft->forward (X.data(), x.data());
-    expectOnly ({ { 1, static_cast<float> (n) } }, "alternating");
-
-    // cos at bin 5 is real, +n/2; sin at bin 9 is imaginary, -n/2 (X[k] is the
-    // sum of x[j] e^(-2 pi i j k / n)).
-    for (int i = 0; i < n; ++i)
-        x[static_cast<size_t> (i)] = static_cast<float> (std::cos (2.0 * kPi * 5 * i / n) + std::sin (2.0 * kPi * 9 * i / n));
-    fft->forward (X.data(), x.data());
-    expectOnly ({ { 10, 0.5f * n }, { 19, -0.5f * n } }, "cos + sin");
-}
-
 TEST (Fft, ForwardWindowsAndZeroPadsTheFrame)
 {
     const int frameSize = 128, padding = 4, n = frameSize * padding;
-    const std::vector<float> frame = noise (frameSize, 3u);
+    const std::vector<float> frame = noiseSamples (frameSize, 3u);
     std::vector<float> spectrum (n);
 
     for (int type = kWindowNone; type < kWindowTypeCount; ++type)
     {
         CScopedPtr<CqvrfFFT_If> fft;
         ASSERT_EQ (createFFT (fft.receive(), frameSize, padding, type), kNoError);
-        ASSERT_EQ (fft->getFrameSize(), frameSize);
         ASSERT_EQ (fft->getFftSize(), n);
 
         std::vector<float> window (frameSize, 1.0f);
@@ -226,7 +150,7 @@ TEST (Fft, ForwardWindowsAndZeroPadsTheFrame)
             padded[static_cast<size_t> (i)] = frame[static_cast<size_t> (i)] * window[static_cast<size_t> (i)];
 
         // Stale values in the work area must not leak into the padding.
-        std::vector<float> junk = noise (n, 11u);
+        std::vector<float> junk = noiseSamples (n, 11u);
         fft->forward (spectrum.data(), junk.data());
         fft->forward (spectrum.data(), frame.data());
 
@@ -243,14 +167,14 @@ TEST (Fft, ForwardWindowsAndZeroPadsTheFrame)
 TEST (Fft, InitRefusesSizesAndWindowsOutsideTheRange)
 {
     CScopedPtr<CqvrfFFT_If> fft;
-    EXPECT_EQ (createFFT (fft.receive(), 32, 1, kWindowNone), kBadArgument);
-    EXPECT_FALSE (fft);
-    EXPECT_EQ (createFFT (fft.receive(), 65536, 2, kWindowNone), kBadArgument);
-    EXPECT_EQ (createFFT (fft.receive(), 96, 1, kWindowNone), kBadArgument);
-    EXPECT_EQ (createFFT (fft.receive(), 64, 0, kWindowNone), kBadArgument);
-    EXPECT_EQ (createFFT (fft.receive(), 64, 1, kWindowTypeCount), kBadArgument);
-    EXPECT_EQ (createFFT (fft.receive(), 1 << 20, 1 << 20, kWindowNone), kBadArgument); // product overflows int
-    EXPECT_FALSE (fft);
+    // Too small, too large, not a power of two, no padding, unknown window,
+    // and a size whose product overflows int.
+    for (const auto& [frameSize, padding, window] : { std::tuple { 32, 1, 0 }, { 65536, 2, 0 }, { 96, 1, 0 }, { 64, 0, 0 },
+                                                      { 64, 1, kWindowTypeCount }, { 1 << 20, 1 << 20, 0 } })
+    {
+        EXPECT_EQ (createFFT (fft.receive(), frameSize, padding, window), kBadArgument) << frameSize << " x " << padding;
+        EXPECT_FALSE (fft);
+    }
 
     // A failed init empties the FFT; calls are then ignored.
     ASSERT_EQ (createFFT (fft.receive(), 64, 1, kWindowHann), kNoError);

@@ -1,5 +1,6 @@
 #include "dsp/CParametricEq.h"
 #include "dsp/CParametricEqIf.h"
+#include "tests/dsp/support/V3TestSignals.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +9,6 @@
 #include <complex>
 #include <limits>
 #include <memory>
-#include <random>
 #include <tuple>
 #include <vector>
 
@@ -65,12 +65,7 @@ std::vector<double> probeFrequencies() // 20 Hz to 20 kHz, a third of an octave 
 
 std::vector<float> noiseSignal (int length, unsigned seed, float amplitude = 0.5f)
 {
-    std::mt19937 rng (seed);
-    std::uniform_real_distribution<float> dist (-amplitude, amplitude);
-    std::vector<float> v (static_cast<size_t> (length));
-    for (float& x : v)
-        x = dist (rng);
-    return v;
+    return tavrine::dsptest::noiseSamples (length, seed, -amplitude, amplitude);
 }
 
 void runMono (CParametricEqIf& eq, std::vector<float>& buffer)
@@ -105,7 +100,8 @@ double measuredDb (const std::vector<float>& h, double frequencyHz)
 }
 
 // The audio-EQ cookbook biquads, from the published formulas in double
-// precision with their own a0, independently of the filter's code.
+// precision with their own a0, independently of the filter's code; NaN for
+// the first-order types, which have no cookbook form.
 double cookbookDb (const Setting& s, double frequencyHz)
 {
     const double w0 = 2.0 * kPi * s.frequencyHz / kRate, c = std::cos (w0), alpha = std::sin (w0) / (2.0 * s.q);
@@ -127,7 +123,7 @@ double cookbookDb (const Setting& s, double frequencyHz)
             b[0] = a * (p + m * c + sa); b[1] = -2 * a * (m + p * c); b[2] = a * (p + m * c - sa);
             d[0] = p - m * c + sa; d[1] = 2 * (m - p * c); d[2] = p - m * c - sa;
             break;
-        default: ADD_FAILURE() << "no cookbook form for type " << s.type;
+        default: return std::numeric_limits<double>::quiet_NaN();
     }
     const std::complex<double> z1 = std::polar (1.0, -2.0 * kPi * frequencyHz / kRate), z2 = z1 * z1;
     return 20.0 * std::log10 (std::abs ((b[0] + b[1] * z1 + b[2] * z2) / (d[0] + d[1] * z1 + d[2] * z2)));
@@ -149,14 +145,22 @@ class ParametricEqEveryType : public ::testing::TestWithParam<int>
 {
 };
 
-TEST_P (ParametricEqEveryType, MeasuredResponseMatchesReportedCurve)
+// The reported curve is what the filter does (its impulse response read
+// bin by bin) and, for the second-order types, what the published formulas
+// give: a wrong coefficient shows in one comparison or the other.
+TEST_P (ParametricEqEveryType, ReportedCurveMatchesTheFilterAndTheCookbook)
 {
     for (const Setting& s : sweepSettings (GetParam()))
     {
         EqPtr eq = makeEq (s);
         const std::vector<float> h = impulseResponse (*eq);
         for (double f : probeFrequencies())
-            expectSameDb (measuredDb (h, f), eq->getResponseDb (static_cast<float> (f)), s, f);
+        {
+            const double reported = eq->getResponseDb (static_cast<float> (f));
+            expectSameDb (measuredDb (h, f), reported, s, f);
+            if (const double reference = cookbookDb (s, f); ! std::isnan (reference))
+                expectSameDb (reference, reported, s, f);
+        }
     }
 }
 
@@ -195,17 +199,6 @@ TEST_P (ParametricEqEveryType, LoudInputThenSilenceStaysBoundedAndFreeOfDenormal
 }
 
 INSTANTIATE_TEST_SUITE_P (AllTypes, ParametricEqEveryType, ::testing::Range (0, static_cast<int> (kNumFilterTypes)));
-
-TEST (ParametricEqResponse, SecondOrderTypesMatchTheCookbookBiquads)
-{
-    for (int type : { kLowPass2, kHighPass2, kBandPass2, kLowShelf2, kHighShelf2, kPeak2, kNotch2, kAllPass2 })
-        for (const Setting& s : sweepSettings (type))
-        {
-            EqPtr eq = makeEq (s);
-            for (double f : probeFrequencies())
-                expectSameDb (cookbookDb (s, f), eq->getResponseDb (static_cast<float> (f)), s, f);
-        }
-}
 
 TEST (ParametricEqResponse, FirstOrderTypesAndZerosOfTheResponse)
 {
@@ -409,15 +402,11 @@ TEST (ParametricEqCascade, GivesBitForBitWhatTheStagesGiveOneAfterAnother)
                     std::vector<CParametricEq*> sections;
                     for (int i = 0; i < numStages; ++i)
                     {
-                        const Setting& s = kinds[(i * 3 + noiseMode) % 10];
-                        cascaded.push_back (makeEq (s, channels));
-                        separate.push_back (makeEq (s, channels));
-                        const bool noise = noiseMode == 0 || (noiseMode == 2 && i % 2 == 1);
-                        const bool bypass = numStages > 2 && i == 1;
-                        for (auto* eq : { cascaded.back().get(), separate.back().get() })
+                        for (auto* set : { &cascaded, &separate })
                         {
-                            eq->setNoise (noise);
-                            eq->setBypass (bypass);
+                            set->push_back (makeEq (kinds[(i * 3 + noiseMode) % 10], channels));
+                            set->back()->setNoise (noiseMode == 0 || (noiseMode == 2 && i % 2 == 1));
+                            set->back()->setBypass (numStages > 2 && i == 1);
                         }
                         sections.push_back (dynamic_cast<CParametricEq*> (cascaded.back().get()));
                         ASSERT_NE (sections.back(), nullptr);
@@ -425,13 +414,14 @@ TEST (ParametricEqCascade, GivesBitForBitWhatTheStagesGiveOneAfterAnother)
                     if (numStages > 5)
                         sections[3] = nullptr; // and the separate set skips it too
 
-                    std::vector<std::vector<float>> a, b;
-                    for (int ch = 0; ch < channels; ++ch)
-                        a.push_back (noiseSignal (kLength, 40u + static_cast<unsigned> (ch), 0.8f));
                     // Silence at the end shows the noise and the decaying state.
-                    for (auto& channel : a)
-                        std::fill (channel.end() - 100, channel.end(), 0.0f);
-                    b = a;
+                    std::vector<std::vector<float>> a;
+                    for (int ch = 0; ch < channels; ++ch)
+                    {
+                        a.push_back (noiseSignal (kLength, 40u + static_cast<unsigned> (ch), 0.8f));
+                        std::fill (a.back().end() - 100, a.back().end(), 0.0f);
+                    }
+                    std::vector<std::vector<float>> b = a;
 
                     for (int done = 0; done < kLength; done += blockSize)
                     {
@@ -445,12 +435,8 @@ TEST (ParametricEqCascade, GivesBitForBitWhatTheStagesGiveOneAfterAnother)
                         ASSERT_EQ (CParametricEq::processCascade (sections.data(), numStages, pa.data(), n),
                                    meridex::kNoError);
                         for (int i = 0; i < numStages; ++i)
-                        {
-                            if (sections[(size_t) i] != nullptr)
-                            {
-                                ASSERT_EQ (separate[(size_t) i]->process (pb.data(), pb.data(), n), meridex::kNoError);
-                            }
-                        }
+                            ASSERT_TRUE (sections[(size_t) i] == nullptr
+                                         || separate[(size_t) i]->process (pb.data(), pb.data(), n) == meridex::kNoError);
                     }
                     EXPECT_EQ (a, b) << numStages << " stages, " << channels << " channels, noise mode " << noiseMode
                                      << ", block " << blockSize;
@@ -459,24 +445,21 @@ TEST (ParametricEqCascade, GivesBitForBitWhatTheStagesGiveOneAfterAnother)
 
 TEST (ParametricEqCascade, RefusesNullBuffersAndEmptyBlocksWithoutChangingAnything)
 {
-    EqPtr first = makeEq ({ kLowPass2, 500.0f, 0.7071f, 0.0f }, 2), second = makeEq ({ kHighPass2, 50.0f, 1.0f, 0.0f }, 2);
-    CParametricEq* sections[] = { dynamic_cast<CParametricEq*> (first.get()), dynamic_cast<CParametricEq*> (second.get()) };
-    std::vector<float> left (16, 0.5f), right (16, -0.25f);
-    float* both[] = { left.data(), right.data() };
-    float* missing[] = { left.data(), nullptr };
+    const Setting settings[] = { { kLowPass2, 500.0f, 0.7071f, 0.0f }, { kHighPass2, 50.0f, 1.0f, 0.0f } };
+    EqPtr stages[] = { makeEq (settings[0], 2), makeEq (settings[1], 2) }, fresh[] = { makeEq (settings[0], 2), makeEq (settings[1], 2) };
+    CParametricEq* sections[] = { dynamic_cast<CParametricEq*> (stages[0].get()), dynamic_cast<CParametricEq*> (stages[1].get()) };
+    std::vector<std::vector<float>> a { std::vector<float> (16, 0.5f), std::vector<float> (16, -0.25f) }, b = a;
+    float* both[] = { a[0].data(), a[1].data() };
+    float* missing[] = { a[0].data(), nullptr };
     EXPECT_EQ (CParametricEq::processCascade (sections, 2, missing, 16), kInvalidArgument);
     EXPECT_EQ (CParametricEq::processCascade (sections, 2, nullptr, 16), kInvalidArgument);
     EXPECT_EQ (CParametricEq::processCascade (sections, 2, both, 0), kInvalidArgument);
-    EXPECT_EQ (left, std::vector<float> (16, 0.5f));
+    EXPECT_EQ (a, b);
 
     // The refused calls left the state alone: the stages still match fresh ones.
-    EqPtr freshFirst = makeEq ({ kLowPass2, 500.0f, 0.7071f, 0.0f }, 2),
-          freshSecond = makeEq ({ kHighPass2, 50.0f, 1.0f, 0.0f }, 2);
-    std::vector<float> left2 = left, right2 = right;
-    float* fresh[] = { left2.data(), right2.data() };
+    float* reference[] = { b[0].data(), b[1].data() };
     ASSERT_EQ (CParametricEq::processCascade (sections, 2, both, 16), meridex::kNoError);
-    ASSERT_EQ (freshFirst->process (fresh, fresh, 16), meridex::kNoError);
-    ASSERT_EQ (freshSecond->process (fresh, fresh, 16), meridex::kNoError);
-    EXPECT_EQ (left, left2);
-    EXPECT_EQ (right, right2);
+    for (const EqPtr& stage : fresh)
+        ASSERT_EQ (stage->process (reference, reference, 16), meridex::kNoError);
+    EXPECT_EQ (a, b);
 }

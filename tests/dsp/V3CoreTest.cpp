@@ -28,51 +28,45 @@ struct Core
     {
         return core.setStretchPitch (&stretch, &pitch, CMeridexCoreBase::kAdjustStretch, kMovePosition);
     }
+    // Runs every step of one frame; returns the output frames written.
+    int runFrame (const float* const* ins, float* const* outs, const float* const* aux = nullptr)
+    {
+        int written = 0;
+        for (int s = 0, steps = core.getStepCount(); s < steps; ++s)
+            written += core.processStep (ins, aux, outs, s);
+        return written;
+    }
 };
 
 TEST (V3CoreFactors, FrameSizeFollowsTheRate)
 {
-    EXPECT_EQ (CMeridexCoreBase::frameSizeForRate (22050.0), 2048);
-    EXPECT_EQ (CMeridexCoreBase::frameSizeForRate (31999.0), 2048);
-    EXPECT_EQ (CMeridexCoreBase::frameSizeForRate (44100.0), 4096);
-    EXPECT_EQ (CMeridexCoreBase::frameSizeForRate (64000.0), 8192);
-    EXPECT_EQ (CMeridexCoreBase::frameSizeForRate (192000.0), 16384);
-    EXPECT_EQ (CMeridexCoreBase::frameSizeForRate (384000.0), 32768);
+    for (const auto& [rate, frameSize] : { std::pair { 22050.0, 2048 }, { 31999.0, 2048 }, { 44100.0, 4096 }, { 64000.0, 8192 },
+                                           { 192000.0, 16384 }, { 384000.0, 32768 } })
+        EXPECT_EQ (CMeridexCoreBase::frameSizeForRate (rate), frameSize) << rate;
 }
 
-TEST (V3CoreFactors, RatiosSixSixAndAHalfAndEightChooseRepeatOneTwoThree)
-{
-    EXPECT_EQ (CMeridexCoreBase::repeatForRatio (6.0f), 1);
-    EXPECT_EQ (CMeridexCoreBase::repeatForRatio (6.5f), 2);
-    // 8 / 2 = 4 is whole: a periodic repeat pattern is avoided.
-    EXPECT_EQ (CMeridexCoreBase::repeatForRatio (8.0f), 3);
-    EXPECT_EQ (CMeridexCoreBase::repeatForRatio (12.0f), 5);
-
-    Core c;
-    ASSERT_EQ (c.set (4.0f, 2.0f), kNoError);
-    EXPECT_EQ (c.core.getRepeat(), 3);
-    EXPECT_EQ (c.core.analysisHop(), 4096 / 32);
-    EXPECT_EQ (c.core.synthesisHop(), 341); // trunc (128 * 8 / 3)
-    ASSERT_EQ (c.set (6.0f), kNoError);
-    EXPECT_EQ (c.core.getRepeat(), 1);
-    EXPECT_EQ (c.core.analysisHop(), 4096 / 64);
-    ASSERT_EQ (c.set (6.5f), kNoError);
-    EXPECT_EQ (c.core.getRepeat(), 2);
-}
-
-TEST (V3CoreFactors, HopTableBoundaries)
+// The analysis hop shrinks at 2.2, 3.2 and 5.2 as the ratio grows; past 6
+// frames repeat (d of them) at N / 32, and the synthesis hop is the truncated
+// analysis hop * r / d. r = 8 takes d = 3, since 8 / 2 = 4 is whole and
+// would repeat in a periodic pattern.
+TEST (V3CoreFactors, RepeatAndHopsFollowTheTable)
 {
     Core c;
     const struct
     {
-        float ratio;
-        int hop;
-    } table[] = { { 2.2f, 512 }, { 2.21f, 256 }, { 3.2f, 256 }, { 3.21f, 128 }, { 5.2f, 128 }, { 5.21f, 64 }, { 0.25f, 512 } };
+        float stretch, pitch;
+        int repeat, analysis, synthesis;
+    } table[] = { // In an order that also leaves a repeat for no repeat and back.
+                  { 4.0f, 2.0f, 3, 128, 341 },  { 6.0f, 1.0f, 1, 64, 384 },   { 6.5f, 1.0f, 2, 128, 416 },
+                  { 12.0f, 1.0f, 5, 128, 307 }, { 2.2f, 1.0f, 1, 512, 1126 }, { 2.21f, 1.0f, 1, 256, 565 },
+                  { 3.2f, 1.0f, 1, 256, 819 },  { 3.21f, 1.0f, 1, 128, 410 }, { 5.2f, 1.0f, 1, 128, 665 },
+                  { 5.21f, 1.0f, 1, 64, 333 },  { 0.25f, 1.0f, 1, 512, 128 } };
     for (const auto& row : table)
     {
-        ASSERT_EQ (c.set (row.ratio), kNoError);
-        EXPECT_EQ (c.core.analysisHop(), row.hop) << row.ratio;
-        EXPECT_EQ (c.core.synthesisHop(), static_cast<int> (row.hop * static_cast<double> (row.ratio) + 1.0e-6)) << row.ratio;
+        ASSERT_EQ (c.set (row.stretch, row.pitch), kNoError) << row.stretch;
+        EXPECT_EQ (c.core.getRepeat(), row.repeat) << row.stretch << " x " << row.pitch;
+        EXPECT_EQ (c.core.analysisHop(), row.analysis) << row.stretch << " x " << row.pitch;
+        EXPECT_EQ (c.core.synthesisHop(), row.synthesis) << row.stretch << " x " << row.pitch;
     }
 }
 
@@ -118,8 +112,7 @@ TEST (V3CoreSteps, FractionalSynthesisHopFollowsTheExactRatio)
         int longer = 0;
         for (int frame = 1; frame <= 300; ++frame)
         {
-            for (int s = 0; s < c.core.getStepCount(); ++s)
-                c.core.processStep (ins, nullptr, outs, s);
+            c.runFrame (ins, outs);
             const int hop = c.core.appliedSynthesis();
             ASSERT_TRUE (hop == 409 || hop == 410) << frame;
             longer += hop == 410 ? 1 : 0;
@@ -144,11 +137,7 @@ TEST (V3CoreSteps, RepeatsSkipThreeStagesAndReadNoInput)
         const bool repeat = frame % 2 == 1;
         EXPECT_EQ (c.core.getStepCount(), repeat ? 4 : 10) << frame;
         EXPECT_EQ (c.core.getInputNeeded(), repeat ? 0 : 128) << frame;
-        const int steps = c.core.getStepCount();
-        int written = 0;
-        for (int s = 0; s < steps; ++s)
-            written = c.core.processStep (ins, nullptr, outs, s);
-        EXPECT_NEAR (written, c.core.synthesisHop(), 2) << frame;
+        EXPECT_NEAR (c.runFrame (ins, outs), c.core.synthesisHop(), 2) << frame;
     }
 }
 
@@ -166,10 +155,7 @@ TEST (V3CoreSteps, RatioOneFromTheStartPassesTheInputThrough)
     for (size_t at = 0; at + 512 < input[0].size(); at += 512)
     {
         const float* ins[] = { input[0].data() + at, input[1].data() + at };
-        int written = 0;
-        for (int s = 0; s < c.core.getStepCount(); ++s)
-            written = c.core.processStep (ins, nullptr, outs, s);
-        out.insert (out.end(), left.begin(), left.begin() + written);
+        out.insert (out.end(), left.begin(), left.begin() + c.runFrame (ins, outs));
     }
     const long latency = std::lround (c.core.getLatency());
     for (size_t i = 0; i + static_cast<size_t> (latency) < out.size(); ++i)
@@ -217,23 +203,13 @@ TEST (V3Vocoder, ClickInSilenceIsHeldThenResetOnce)
             vocoder.processStep (ins, nullptr, outs, s);
         classes.push_back (vocoder.getBinClass (300));
     }
-    int firstHeld = -1, firstReset = -1, resets = 0;
-    for (int i = 0; i < static_cast<int> (classes.size()); ++i)
-    {
-        if (classes[static_cast<size_t> (i)] == kTransientBeforeAttack && firstHeld < 0)
-            firstHeld = i;
-        if (classes[static_cast<size_t> (i)] == kTransientAttack)
-        {
-            ++resets;
-            if (firstReset < 0)
-                firstReset = i;
-        }
-    }
-    EXPECT_EQ (resets, 1);
-    ASSERT_GE (firstHeld, 0);
+    const auto firstHeld = std::find (classes.begin(), classes.end(), kTransientBeforeAttack);
+    const auto firstReset = std::find (classes.begin(), classes.end(), kTransientAttack);
+    EXPECT_EQ (std::count (classes.begin(), classes.end(), kTransientAttack), 1);
+    ASSERT_NE (firstReset, classes.end());
     EXPECT_LT (firstHeld, firstReset);
     // The frame that resets sees the click within one hop of its centre.
-    const int centre = (firstReset + 1) * 256 - 1024;
+    const int centre = static_cast<int> (firstReset - classes.begin() + 1) * 256 - 1024;
     EXPECT_LE (std::abs (9000 - centre), 256);
 }
 
@@ -378,8 +354,7 @@ TEST_P (V3CoreAux, StereoAuxJoinsAtUnitGainWithoutAllocating)
         const float* auxes[] = { aux[0].data() + auxAt, aux[1].data() + auxAt };
         float* outs[] = { out[0].data() + written, out[1].data() + written };
         at += static_cast<size_t> (c.core.getInputNeeded());
-        for (int s = 0, steps = c.core.getStepCount(); s < steps; ++s)
-            written += static_cast<size_t> (c.core.processStep (ins, auxes, outs, s));
+        written += static_cast<size_t> (c.runFrame (ins, outs, auxes));
         auxAt += static_cast<size_t> (c.core.appliedSynthesis());
     }
     EXPECT_EQ (allocations.count(), 0u);
@@ -416,13 +391,11 @@ TEST (V3Formant, FactorOneIsADelayOfHalfAFrame)
     ASSERT_EQ (split.init (512, 1, 44100.0f), kNoError);
     const Channels input = noise (4096, 0.5f, 23, 1);
     std::vector<float> whole (4096 + 512);
-    const float* ins[] = { input[0].data() };
-    float* outs[] = { whole.data() };
     int written = 0;
     for (int at = 0; at < 4096; at += 100)
     {
-        const float* chunk[] = { ins[0] + at };
-        float* target[] = { outs[0] + written };
+        const float* chunk[] = { input[0].data() + at };
+        float* target[] = { whole.data() + written };
         written += split.process (chunk, std::min (100, 4096 - at), target, nullptr);
     }
     EXPECT_EQ (written, 4096);

@@ -211,34 +211,6 @@ double hissCentre (const std::vector<float>& x, long from, long to)
     return weighted / sum;
 }
 
-void fft (std::vector<std::complex<double>>& a, bool inverse)
-{
-    const size_t n = a.size();
-    for (size_t i = 1, j = 0; i < n; ++i)
-    {
-        size_t bit = n >> 1;
-        for (; j & bit; bit >>= 1)
-            j ^= bit;
-        j ^= bit;
-        if (i < j)
-            std::swap (a[i], a[j]);
-    }
-    for (size_t length = 2; length <= n; length <<= 1)
-    {
-        const std::complex<double> step = std::polar (1.0, (inverse ? 2.0 : -2.0) * kPi / static_cast<double> (length));
-        for (size_t i = 0; i < n; i += length)
-        {
-            std::complex<double> w (1.0);
-            for (size_t k = 0; k < length / 2; ++k, w *= step)
-            {
-                const std::complex<double> u = a[i + k], v = a[i + k + length / 2] * w;
-                a[i + k] = u + v;
-                a[i + k + length / 2] = u - v;
-            }
-        }
-    }
-}
-
 // The spectral envelope of [from, to) in dB per bin of a 2048 transform:
 // the log spectra of Hann frames every 512, averaged and cepstrally smoothed
 // (2 ms lifter, below the shortest period of the voice).
@@ -252,14 +224,14 @@ std::vector<double> envelopeDb (const std::vector<float>& x, long from, long to)
         std::vector<std::complex<double>> a (n);
         for (size_t i = 0; i < n; ++i)
             a[i] = x[static_cast<size_t> (start) + i] * (0.5 - 0.5 * std::cos (2.0 * kPi * static_cast<double> (i) / n));
-        fft (a, false);
+        referenceFft (a, false);
         for (size_t k = 0; k < n; ++k)
             sum[k] += std::log (std::abs (a[k]) + 1.0e-9);
     }
-    fft (sum, true);
+    referenceFft (sum, true);
     for (size_t q = 89; q < n - 88; ++q)
         sum[q] = 0.0;
-    fft (sum, false);
+    referenceFft (sum, false);
     std::vector<double> result (n / 2);
     const double scale = 20.0 / std::log (10.0) / (frames * n);
     for (size_t k = 0; k < n / 2; ++k)

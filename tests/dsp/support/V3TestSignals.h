@@ -2,14 +2,45 @@
 
 #include <algorithm>
 #include <cmath>
+#include <complex>
 #include <cstdint>
 #include <random>
 #include <vector>
 
-// Signals and measurements for the V3 engine tests, built in the test.
+// Signals and measurements for the library's tests, built in the test.
 namespace tavrine::dsptest
 {
 constexpr double kPi = 3.14159265358979323846;
+
+// An iterative radix-2 transform in double, in place (a.size () a power of
+// two); the inverse is unscaled. The reference the library's transform and
+// the spectral measures of the tests are read against; FftTest checks it
+// against the direct sum.
+inline void referenceFft (std::vector<std::complex<double>>& a, bool inverse)
+{
+    const size_t n = a.size();
+    for (size_t i = 1, j = 0; i < n; ++i)
+    {
+        size_t bit = n >> 1;
+        for (; j & bit; bit >>= 1)
+            j ^= bit;
+        j ^= bit;
+        if (i < j)
+            std::swap (a[i], a[j]);
+    }
+    for (size_t len = 2; len <= n; len <<= 1)
+    {
+        const double angle = (inverse ? 2.0 : -2.0) * kPi / static_cast<double> (len);
+        for (size_t start = 0; start < n; start += len)
+            for (size_t k = 0; k < len / 2; ++k)
+            {
+                const std::complex<double> w (std::cos (angle * static_cast<double> (k)), std::sin (angle * static_cast<double> (k)));
+                const std::complex<double> u = a[start + k], v = a[start + k + len / 2] * w;
+                a[start + k] = u + v;
+                a[start + k + len / 2] = u - v;
+            }
+    }
+}
 constexpr double kRate = 44100.0;
 
 using Channels = std::vector<std::vector<float>>;
@@ -68,6 +99,18 @@ inline Channels pluckedNotes (int frames, const std::vector<std::pair<int, doubl
             x[static_cast<size_t> (i)] += static_cast<float> (v);
         }
     return Channels (static_cast<size_t> (channels), x);
+}
+
+// Seeded uniform noise in [low, high), one channel: the same seed gives the
+// same samples, so a tolerance tuned once stays valid.
+inline std::vector<float> noiseSamples (int n, unsigned seed, float low = -1.0f, float high = 1.0f)
+{
+    std::mt19937 rng (seed);
+    std::uniform_real_distribution<float> dist (low, high);
+    std::vector<float> x (static_cast<size_t> (n));
+    for (float& v : x)
+        v = dist (rng);
+    return x;
 }
 
 // Seeded uniform noise, independent per channel.
@@ -313,29 +356,6 @@ inline double amplitudeAt (const std::vector<float>& x, size_t from, size_t leng
         norm += w;
     }
     return 2.0 * std::sqrt (re * re + im * im) / norm;
-}
-
-// Frequency of a periodic signal from its upward zero crossings (linear
-// interpolation between samples), over x[from .. to).
-inline double zeroCrossingFrequency (const std::vector<float>& x, size_t from, size_t to)
-{
-    double first = -1.0, last = -1.0;
-    int periods = 0;
-    for (size_t i = from + 1; i < to; ++i)
-    {
-        if (x[i - 1] < 0.0f && x[i] >= 0.0f)
-        {
-            const double t = static_cast<double> (i - 1) + (-x[i - 1]) / (x[i] - x[i - 1]);
-            if (first < 0.0)
-                first = t;
-            else
-            {
-                last = t;
-                ++periods;
-            }
-        }
-    }
-    return periods > 0 ? periods * kRate / (last - first) : 0.0;
 }
 
 // Frequency of the strongest component within 3 % of `guess`: a scan of
