@@ -3,14 +3,17 @@
 #include <gtest/gtest.h>
 #include <juce_audio_formats/juce_audio_formats.h>
 
-// A fixture with a fresh temporary directory, removed after each test.
+// A fixture with a fresh temporary directory, removed after each test. The
+// name is unique across processes: ctest runs tests of this binary side by
+// side, and two processes asking for the first free name at once get the same
+// one, so one test's tear-down removed the other's files.
 class CliTempDirTest : public ::testing::Test
 {
 protected:
     void SetUp() override
     {
         dir = juce::File::getSpecialLocation (juce::File::tempDirectory)
-                  .getNonexistentChildFile ("tavrine-cli-test", {}, false);
+                  .getChildFile ("tavrine-cli-test-" + juce::Uuid().toString());
         ASSERT_TRUE (dir.createDirectory().wasOk());
     }
     void TearDown() override { dir.deleteRecursively(); }
