@@ -2,10 +2,12 @@
 
 #include "dsp/floor/FftWindows.h"
 
+#include <algorithm>
 #include <cfloat>
 #include <cmath>
 #include <cstring>
 #include <initializer_list>
+#include <iterator>
 
 namespace meridex
 {
@@ -112,7 +114,7 @@ int CPhaseVocoderV3::init (int newFrameSize, int newAnalysisHop, int newSynthesi
 
     const int twoN = 2 * frameSize;
     const int codes[] = {
-        frames.init (channels, frameSize),
+        frames.init (channels, twoN),
         spectra.init (channels, frameSize),
         accumulators.init (channels + 1, twoN),
         magnitudes.init (channels, bins),
@@ -157,6 +159,7 @@ void CPhaseVocoderV3::reset() noexcept
     if (frameSize == 0)
         return;
     frames.clear();
+    std::fill (std::begin (frameOffsets), std::end (frameOffsets), 0);
     spectra.clear();
     accumulators.clear();
     magnitudes.clear();
@@ -420,10 +423,21 @@ void CPhaseVocoderV3::processStep (const float* const* input, const float* const
     }
 }
 
+// The frame slides along a row of 2N: it moves back to the row's start only
+// when the next hop would run past the end, so the N - hop samples that stay
+// are moved once every N / hop frames instead of every frame.
 void CPhaseVocoderV3::shiftInput (const float* input, int channel) noexcept
 {
-    float* frame = frames[channel];
-    std::memmove (frame, frame + analysisHop, sizeof (float) * static_cast<size_t> (frameSize - analysisHop));
+    float* row = frames[channel];
+    int& offset = frameOffsets[channel];
+    if (offset + frameSize + analysisHop <= 2 * frameSize)
+        offset += analysisHop;
+    else
+    {
+        std::memmove (row, row + offset + analysisHop, sizeof (float) * static_cast<size_t> (frameSize - analysisHop));
+        offset = 0;
+    }
+    float* frame = row + offset;
     if (input != nullptr)
         std::memcpy (frame + frameSize - analysisHop, input, sizeof (float) * static_cast<size_t> (analysisHop));
     else
@@ -436,7 +450,7 @@ void CPhaseVocoderV3::stageInput (const float* const* input, int channel) noexce
 {
     shiftInput (input != nullptr ? input[channel] : nullptr, channel);
 
-    const float* frame = frames[channel];
+    const float* frame = frames[channel] + frameOffsets[channel];
     const float* window = windows[kAnalysisScaled];
     float* time = work[kWorkTime];
     for (int j = 0; j < half; ++j)
@@ -625,24 +639,26 @@ void CPhaseVocoderV3::stagePeaks() noexcept
         peaks[count++] = half;
     peakCount = count;
 
-    // Nearest peak of every bin index; a tie goes to the lower peak, so
-    // bins up to the midpoint (p + next) / 2 belong to p.
+    // Nearest peak of every bin index from the first peak up (f(k) never
+    // points below it); a tie goes to the lower peak. One pass without
+    // branches: peaks lie a few bins apart, and loops of one or two turns
+    // per peak cost more in mispredictions than in work. The list gets a
+    // sentinel beyond the last bin, which never wins.
     for (int i = 0; i < count; ++i)
+        isPeak[peaks[i]] = 1;
+    peaks[count] = bins + half;
+    for (int b = peaks[0], i = -1; b < bins; ++b)
     {
-        const int p = peaks[i];
-        isPeak[p] = 1;
-        const int next = i + 1 < count ? peaks[i + 1] : bins + half;
-        const int end = next < bins ? next : bins;
-        const int middle = (p + next) / 2 + 1 < end ? (p + next) / 2 + 1 : end;
-        for (int b = p; b < middle; ++b)
-            nearest[b] = p;
-        for (int b = middle; b < end; ++b)
-            nearest[b] = next;
+        i += isPeak[b];
+        const int p = peaks[i], next = peaks[i + 1];
+        nearest[b] = 2 * b <= p + next ? p : next;
     }
     for (int k = lowEnd; k < bins; ++k)
     {
+        // k itself when it is a peak, else the peak nearest f(k).
         const int nearestPeak = nearest[instant[k]];
-        peakOf[k] = isPeak[k] != 0 ? k : nearestPeak;
+        const int keep = -static_cast<int> (isPeak[k]);
+        peakOf[k] = (k & keep) | (nearestPeak & ~keep);
     }
 }
 
@@ -809,20 +825,15 @@ void CPhaseVocoderV3::stageClassify() noexcept
 
 // Offset of the attack from the frame's centre: the largest sample of the
 // windowed frame, if it lies within one analysis hop of the centre.
-int CPhaseVocoderV3::findAttackOffset() const noexcept
+int CPhaseVocoderV3::findAttackOffset() noexcept
 {
-    const float* time = work[kWorkTime];
+    // Stage 4 writes its own row afresh: until then it is free to hold |x|.
+    float* magnitudesOfTime = work[kWorkInverse];
+    std::memcpy (magnitudesOfTime, work[kWorkTime], sizeof (float) * static_cast<size_t> (frameSize));
+    ops->absolute (magnitudesOfTime, frameSize);
+    float largest = 0.0f;
     int where = 0;
-    float largest = -1.0f;
-    for (int i = 0; i < frameSize; ++i)
-    {
-        const float v = std::fabs (time[i]);
-        if (v > largest)
-        {
-            largest = v;
-            where = i;
-        }
-    }
+    ops->findMax (magnitudesOfTime, &largest, &where, frameSize);
     if (where > analysisHop)
         where = where > frameSize - analysisHop ? where - frameSize : 0;
     return where;

@@ -2,6 +2,7 @@
 
 #include "dsp/floor/CScopedPtr.h"
 #include "dsp/floor/CTBuffer.h"
+#include "dsp/MeridexErrors.h"
 #include "dsp/floor/CqvrfFFT_If.h"
 
 #include <cstdint>
@@ -176,7 +177,7 @@ private:
     void buildProduct() noexcept;
     void buildAuxFalling (int hop) noexcept;
     void buildAuxRising() noexcept;
-    int findAttackOffset() const noexcept;
+    int findAttackOffset() noexcept;
 
     const VectorDispatch* ops = nullptr;
     CScopedPtr<CqvrfFFT_If> fft;
@@ -206,7 +207,8 @@ private:
     float transientPosition = 0.0f;
     float transientWrapped = 0.0f;
 
-    CTBuffer<float> frames;     // [channels][N] time frame, newest sample last
+    CTBuffer<float> frames;     // [channels][2N] time frame from frameOffsets[c], newest sample last
+    int frameOffsets[kMaxChannels] = {};
     CTBuffer<float> spectra;    // [channels][N] packed analysis spectrum
     CTBuffer<float> accumulators; // [channels][2N] overlap-add
     CTBuffer<float> magnitudes; // [channels][bins]
