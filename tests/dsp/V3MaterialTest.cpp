@@ -41,6 +41,7 @@ class MaterialCase : public testing::TestWithParam<Case>
 {
 };
 using DrumLoop = MaterialCase;
+using DrumPunch = MaterialCase;
 using BassLine = MaterialCase;
 using BassLineSound = MaterialCase;
 using ChordPad = MaterialCase;
@@ -301,13 +302,10 @@ TEST_P (DrumLoop, HitsLandOnTimeWithoutPreEcho)
 }
 
 // A hit's first 5 ms against the next 20 ms, compared with the input's: 3 dB
-// less is heard as a softer kick or snare. Fails today: depending on where a
-// hit falls in the analysis hop, the first cycle of a kick comes out up to
-// 7 dB weaker and builds up over 5 to 10 ms. Worst punch per case: T 0.8
-// -3.3 dB, T 1.25 -3.8, T 2 -2.4, pitch -5 -7.1, pitch +5 -2.7 (the first
-// kick and the snares; the same loop 300 frames later moves the loss to the
-// hats).
-TEST_P (DrumLoop, DISABLED_HitsKeepTheirPunch)
+// less is heard as a softer kick or snare. The attack frame's gain must make
+// up what the overlap-add takes from a hit's start (taken over the window
+// product it did not: -3.7 dB at T 0.8, -2.7 at pitch +5).
+TEST_P (DrumPunch, HitsKeepTheirPunch)
 {
     const Case c = GetParam();
     const Material& m = material (Kind::drums);
@@ -319,6 +317,13 @@ TEST_P (DrumLoop, DISABLED_HitsKeepTheirPunch)
 }
 
 INSTANTIATE_TEST_SUITE_P (V3Material, DrumLoop, testing::ValuesIn (kCases), caseName);
+INSTANTIATE_TEST_SUITE_P (V3Material, DrumPunch, testing::Values (kCases[0], kCases[2], kCases[4]), caseName);
+// Fails at T 1.25 and pitch -5: a hit that starts a little before the centre
+// of its attack frame is divided by the window sum of frames that hold the
+// silence before it, and its first cycle comes out weaker (worst: -3.2 dB at
+// T 1.25, -6.6 dB at pitch -5, where the asymmetric window of compression
+// rises late).
+INSTANTIATE_TEST_SUITE_P (DISABLED_V3Material, DrumPunch, testing::Values (kCases[1], kCases[3]), caseName);
 
 // Read over 6144 frames in the middle of each note, the fundamental lies
 // within 5 cents of where it belongs.
