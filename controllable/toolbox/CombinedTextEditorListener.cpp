@@ -3,15 +3,8 @@
 namespace qvrControllableToolbox
 {
 CombinedTextEditorListener::CombinedTextEditorListener (juce::TextEditor& e, const BoundParameterValue& b)
-    : ParameterComponentListener<juce::String> (b), ParameterToolboxListener (e, b), editor (&e)
+    : ParameterComponentListener<juce::String> (b), ParameterToolboxListener (e, b), editor (e, *this)
 {
-    e.addListener (this);
-}
-
-CombinedTextEditorListener::~CombinedTextEditorListener()
-{
-    if (auto* e = editor.getComponent())
-        e->removeListener (this);
 }
 
 void CombinedTextEditorListener::updateValue (ParameterValue&)

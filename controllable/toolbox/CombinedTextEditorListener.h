@@ -28,7 +28,6 @@ class CombinedTextEditorListener : public ParameterComponentListener<juce::Strin
 {
 public:
     CombinedTextEditorListener (juce::TextEditor& editor, const BoundParameterValue& bound);
-    ~CombinedTextEditorListener() override;
 
     void updateValue (ParameterValue& value) override;
 
@@ -45,7 +44,7 @@ private:
     void complete (juce::TextEditor& editor, const juce::String& typed);
     void showValue (juce::TextEditor& editor);
 
-    juce::Component::SafePointer<juce::TextEditor> editor;
+    ComponentRegistration<juce::TextEditor, juce::TextEditor::Listener> editor;
     bool changing = false;
     // The text as last shown or typed, completion included.
     juce::String lastText;

@@ -78,15 +78,8 @@ void ParameterToolboxListener::parameterChanged (ParameterDef* parameter)
 
 //==============================================================================
 ParameterSliderListener::ParameterSliderListener (juce::Slider& s, const BoundParameterValue& b)
-    : ParameterComponentListener<double> (b), slider (&s)
+    : ParameterComponentListener<double> (b), slider (s, *this)
 {
-    s.addListener (this);
-}
-
-ParameterSliderListener::~ParameterSliderListener()
-{
-    if (auto* s = slider.getComponent())
-        s->removeListener (this);
 }
 
 void ParameterSliderListener::sliderValueChanged (juce::Slider*)
@@ -144,15 +137,8 @@ void SliderChangeListener::updateRange (ParameterValue& minimum, ParameterValue&
 
 //==============================================================================
 ParameteChoiceSliderListener::ParameteChoiceSliderListener (juce::Slider& s, const BoundParameterValue& b)
-    : ChoiceComponentListener (b), slider (&s)
+    : ChoiceComponentListener (b), slider (s, *this)
 {
-    s.addListener (this);
-}
-
-ParameteChoiceSliderListener::~ParameteChoiceSliderListener()
-{
-    if (auto* s = slider.getComponent())
-        s->removeListener (this);
 }
 
 void ParameteChoiceSliderListener::sliderValueChanged (juce::Slider*)
@@ -202,15 +188,8 @@ void ChoiceSliderChangeListener::updateChoices (ParameterValueList& choices)
 
 //==============================================================================
 ParameterToggleButtonListener::ParameterToggleButtonListener (juce::ToggleButton& b, const BoundParameterValue& v)
-    : ParameterComponentListener<bool> (v), button (&b)
+    : ParameterComponentListener<bool> (v), button (b, *this)
 {
-    b.addListener (this);
-}
-
-ParameterToggleButtonListener::~ParameterToggleButtonListener()
-{
-    if (auto* b = button.getComponent())
-        b->removeListener (this);
 }
 
 void ParameterToggleButtonListener::buttonClicked (juce::Button*)
@@ -237,15 +216,8 @@ void ToggleButtonChangeListener::updateValue (ParameterValue& value)
 
 //==============================================================================
 ParameterButtonListener::ParameterButtonListener (juce::Button& b, const BoundParameterValue& v)
-    : ParameterComponentListener<bool> (v), button (&b)
+    : ParameterComponentListener<bool> (v), button (b, *this)
 {
-    b.addListener (this);
-}
-
-ParameterButtonListener::~ParameterButtonListener()
-{
-    if (auto* b = button.getComponent())
-        b->removeListener (this);
 }
 
 void ParameterButtonListener::buttonClicked (juce::Button*)
@@ -272,15 +244,8 @@ void ButtonChangeListener::updateValue (ParameterValue& value)
 
 //==============================================================================
 ParameterChoiceButtonListener::ParameterChoiceButtonListener (juce::Button& b, const BoundParameterValue& v)
-    : ChoiceComponentListener (v), button (&b)
+    : ChoiceComponentListener (v), button (b, *this)
 {
-    b.addListener (this);
-}
-
-ParameterChoiceButtonListener::~ParameterChoiceButtonListener()
-{
-    if (auto* b = button.getComponent())
-        b->removeListener (this);
 }
 
 void ParameterChoiceButtonListener::buttonClicked (juce::Button*)
@@ -310,15 +275,8 @@ void ChoiceButtonChangeListener::updateValue (ParameterValue& value)
 
 //==============================================================================
 ParameterComboBoxListener::ParameterComboBoxListener (juce::ComboBox& box, const BoundParameterValue& v)
-    : ChoiceComponentListener (v), comboBox (&box)
+    : ChoiceComponentListener (v), comboBox (box, *this)
 {
-    box.addListener (this);
-}
-
-ParameterComboBoxListener::~ParameterComboBoxListener()
-{
-    if (auto* box = comboBox.getComponent())
-        box->removeListener (this);
 }
 
 void ParameterComboBoxListener::comboBoxChanged (juce::ComboBox*)
@@ -377,15 +335,8 @@ void ComboBoxChangeListener::updateChoices (ParameterValueList& choices)
 
 //==============================================================================
 ParameterLabelListener::ParameterLabelListener (juce::Label& l, const BoundParameterValue& v)
-    : ParameterComponentListener<juce::String> (v), label (&l)
+    : ParameterComponentListener<juce::String> (v), label (l, *this)
 {
-    l.addListener (this);
-}
-
-ParameterLabelListener::~ParameterLabelListener()
-{
-    if (auto* l = label.getComponent())
-        l->removeListener (this);
 }
 
 void ParameterLabelListener::labelTextChanged (juce::Label*)

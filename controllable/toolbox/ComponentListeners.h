@@ -28,6 +28,30 @@ namespace qvrControllableToolbox
 //
 // Message thread only.
 
+// A component-side listener's registration with its component, for as long
+// as both live. Reads the component through a typed safe pointer (see above):
+// if the component goes first nothing is removed; otherwise the listener is
+// removed when its owner, holding this as a member, is destroyed.
+template <typename ComponentType, typename ListenerType>
+class ComponentRegistration
+{
+public:
+    ComponentRegistration (ComponentType& c, ListenerType& l) : component (&c), listener (l) { c.addListener (&l); }
+    ~ComponentRegistration()
+    {
+        if (auto* c = component.getComponent())
+            c->removeListener (&listener);
+    }
+
+    ComponentType* getComponent() const { return component.getComponent(); }
+
+private:
+    juce::Component::SafePointer<ComponentType> component;
+    ListenerType& listener;
+
+    JUCE_DECLARE_NON_COPYABLE (ComponentRegistration)
+};
+
 class ParameterComponentListenerBase
 {
 public:
@@ -115,14 +139,13 @@ class ParameterSliderListener : public ParameterComponentListener<double>, priva
 {
 public:
     ParameterSliderListener (juce::Slider& slider, const BoundParameterValue& bound);
-    ~ParameterSliderListener() override;
 
 private:
     void sliderValueChanged (juce::Slider*) override;
     void sliderDragStarted (juce::Slider*) override;
     void sliderDragEnded (juce::Slider*) override;
 
-    juce::Component::SafePointer<juce::Slider> slider;
+    ComponentRegistration<juce::Slider, juce::Slider::Listener> slider;
     // A change outside a drag (wheel, keys, text box) is a gesture of its own.
     bool dragging = false;
 };
@@ -140,14 +163,13 @@ class ParameteChoiceSliderListener : public ChoiceComponentListener, private juc
 {
 public:
     ParameteChoiceSliderListener (juce::Slider& slider, const BoundParameterValue& bound);
-    ~ParameteChoiceSliderListener() override;
 
 private:
     void sliderValueChanged (juce::Slider*) override;
     void sliderDragStarted (juce::Slider*) override;
     void sliderDragEnded (juce::Slider*) override;
 
-    juce::Component::SafePointer<juce::Slider> slider;
+    ComponentRegistration<juce::Slider, juce::Slider::Listener> slider;
     bool dragging = false;
 };
 
@@ -168,12 +190,11 @@ class ParameterToggleButtonListener : public ParameterComponentListener<bool>, p
 {
 public:
     ParameterToggleButtonListener (juce::ToggleButton& button, const BoundParameterValue& bound);
-    ~ParameterToggleButtonListener() override;
 
 private:
     void buttonClicked (juce::Button*) override;
 
-    juce::Component::SafePointer<juce::ToggleButton> button;
+    ComponentRegistration<juce::ToggleButton, juce::Button::Listener> button;
 };
 
 class ToggleButtonChangeListener : public ParameterToolboxListener
@@ -188,12 +209,11 @@ class ParameterButtonListener : public ParameterComponentListener<bool>, private
 {
 public:
     ParameterButtonListener (juce::Button& button, const BoundParameterValue& bound);
-    ~ParameterButtonListener() override;
 
 private:
     void buttonClicked (juce::Button*) override;
 
-    juce::Component::SafePointer<juce::Button> button;
+    ComponentRegistration<juce::Button, juce::Button::Listener> button;
 };
 
 class ButtonChangeListener : public ParameterToolboxListener
@@ -209,12 +229,11 @@ class ParameterChoiceButtonListener : public ChoiceComponentListener, private ju
 {
 public:
     ParameterChoiceButtonListener (juce::Button& button, const BoundParameterValue& bound);
-    ~ParameterChoiceButtonListener() override;
 
 private:
     void buttonClicked (juce::Button*) override;
 
-    juce::Component::SafePointer<juce::Button> button;
+    ComponentRegistration<juce::Button, juce::Button::Listener> button;
 };
 
 class ChoiceButtonChangeListener : public ParameterToolboxListener
@@ -231,12 +250,11 @@ class ParameterComboBoxListener : public ChoiceComponentListener, private juce::
 {
 public:
     ParameterComboBoxListener (juce::ComboBox& comboBox, const BoundParameterValue& bound);
-    ~ParameterComboBoxListener() override;
 
 private:
     void comboBoxChanged (juce::ComboBox*) override;
 
-    juce::Component::SafePointer<juce::ComboBox> comboBox;
+    ComponentRegistration<juce::ComboBox, juce::ComboBox::Listener> comboBox;
 };
 
 class ComboBoxChangeListener : public ParameterToolboxListener
@@ -258,12 +276,11 @@ class ParameterLabelListener : public ParameterComponentListener<juce::String>, 
 {
 public:
     ParameterLabelListener (juce::Label& label, const BoundParameterValue& bound);
-    ~ParameterLabelListener() override;
 
 private:
     void labelTextChanged (juce::Label*) override;
 
-    juce::Component::SafePointer<juce::Label> label;
+    ComponentRegistration<juce::Label, juce::Label::Listener> label;
 };
 
 class LabelChangeListener : public ParameterToolboxListener
