@@ -491,29 +491,9 @@ RenderResult renderToFile (const RenderOptions& options, juce::AudioProcessor& p
 
 ExitCode runRenderCommand (const juce::StringArray& args, std::ostream& out, std::ostream& err)
 {
-    RenderOptions options;
-    if (const auto error = parseRenderOptions (args, options); error.isNotEmpty())
-    {
-        err << "tavrine render: " << error << "\nTry 'tavrine render --help'.\n";
-        return ExitCode::usage;
-    }
-    if (options.action == RenderAction::showHelp)
-    {
-        out << getRenderHelp();
-        return ExitCode::success;
-    }
-
-    const auto result = renderToFile (options);
-    if (result.code != ExitCode::success)
-    {
-        err << "tavrine render: " << result.errorText << "\n";
-        return result.code;
-    }
-    if (result.summary.nonFiniteSamples > 0)
-        err << "tavrine render: warning: " << result.summary.nonFiniteSamples
-            << " samples were NaN or infinite and were written as 0\n";
-    out << result.summary.toString() << std::endl;
-    return ExitCode::success;
+    return runSubCommand<RenderOptions> ("render", args, out, err, parseRenderOptions, getRenderHelp(),
+                                         [] (const RenderOptions& options) { return renderToFile (options); },
+                                         [] (const RenderSummary&, std::ostream&, const juce::String&) {});
 }
 
 } // namespace tavrineCli

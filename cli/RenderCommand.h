@@ -6,6 +6,7 @@
 #include <optional>
 #include <ostream>
 
+#include "cli/CommandLineSupport.h"
 #include "cli/MidiSchedule.h"
 
 // `tavrine render`: hosts the player in-process as a host's offline bounce
@@ -16,16 +17,6 @@
 // prepared, run block by block and released on that one thread.
 namespace tavrineCli
 {
-
-// The process exit status of every command.
-enum class ExitCode : int
-{
-    success = 0,
-    internalError = 1, // our code or the processor misbehaved
-    usage = 2,         // bad command line
-    input = 3,         // the MIDI file is missing, unreadable or damaged
-    output = 4,        // the WAV file cannot be written
-};
 
 enum class Transport
 {

@@ -511,34 +511,13 @@ StretchResult stretchFile (const StretchOptions& options)
 
 ExitCode runStretchCommand (const juce::StringArray& args, std::ostream& out, std::ostream& err)
 {
-    StretchOptions options;
-    if (const auto error = parseStretchOptions (args, options); error.isNotEmpty())
-    {
-        err << "tavrine stretch: " << error << "\nTry 'tavrine stretch --help'.\n";
-        return ExitCode::usage;
-    }
-    if (options.action == StretchAction::showHelp)
-    {
-        out << getStretchHelp();
-        return ExitCode::success;
-    }
-
-    const auto result = stretchFile (options);
-    if (result.code != ExitCode::success)
-    {
-        err << "tavrine stretch: " << result.errorText << "\n";
-        return result.code;
-    }
-    const auto& summary = result.summary;
-    if (summary.nonFiniteSamples > 0)
-        err << "tavrine stretch: warning: " << summary.nonFiniteSamples
-            << " samples were NaN or infinite and were written as 0\n";
-    if (summary.clippedSamples > 0)
-        err << "tavrine stretch: warning: the peak " << summary.peak << " is beyond full scale; "
-            << summary.clippedSamples << " samples were clipped in the " << summary.bitsPerSample
-            << "-bit file (--bits 32 keeps them)\n";
-    out << summary.toString() << std::endl;
-    return ExitCode::success;
+    return runSubCommand<StretchOptions> ("stretch", args, out, err, parseStretchOptions, getStretchHelp(), stretchFile,
+                                          [] (const StretchSummary& summary, std::ostream& warnings, const juce::String& prefix) {
+                                              if (summary.clippedSamples > 0)
+                                                  warnings << prefix << "warning: the peak " << summary.peak << " is beyond full scale; "
+                                                           << summary.clippedSamples << " samples were clipped in the "
+                                                           << summary.bitsPerSample << "-bit file (--bits 32 keeps them)\n";
+                                          });
 }
 
 } // namespace tavrineCli

@@ -5,7 +5,7 @@
 #include <optional>
 #include <ostream>
 
-#include "cli/RenderCommand.h"
+#include "cli/CommandLineSupport.h"
 
 // `tavrine stretch`: changes the length and pitch of an audio file offline
 // through one mode of the stretch library, and writes the result as a WAV.
