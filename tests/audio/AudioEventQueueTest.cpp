@@ -62,21 +62,6 @@ TEST (AudioEventQueue, EqualTimesComeOutByPriorityThenInTheOrderAdded)
     EXPECT_EQ (f->describe(), "TestEvent (Priority=1)");
 }
 
-TEST (AudioEventQueue, ADisabledEventIsSkippedAndDoesNotStopTheSearch)
-{
-    LoggingChain p;
-    auto off = p.add (3, 10.0, 'x');
-    off->setEnabled (false);
-    p.add (2, 10.0, 'a');
-    p.add (1, 20.0, 'b');
-    render (*p.chain, 2, 64, 64);
-    EXPECT_EQ (p.log, "ab");
-    EXPECT_EQ (p.positions, (std::vector<int> { 10, 20 }));
-    off->setEnabled (true); // its time has passed: no longer reachable
-    render (*p.chain, 2, 64, 64);
-    EXPECT_EQ (p.log, "ab");
-}
-
 TEST (AudioEventQueue, AnEventMovedBackBehindTheCachedPlaceIsStillFound)
 {
     LoggingChain p;

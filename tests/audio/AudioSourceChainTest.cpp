@@ -35,15 +35,6 @@ struct ProbeChain
     ProbeSource* probe = new ProbeSource();
 };
 
-class LengthlessTimeline : public AudioEventTimeline
-{
-public:
-    double getStep() override { return -1.0; }
-    int samplesUntil (const double&) override { return -1; }
-    void advance (const int&) override {}
-    bool isReachable (const double&) override { return true; }
-};
-
 // A seekable head with a `totalLength` parameter, as a sample player has.
 class SeekableSource : public HashSource, public qvrControllableLib::BasicControllable
 {
@@ -76,34 +67,6 @@ TEST (AudioSourceChainEvents, EventsFireOnTheirSampleBeforeTheAudioThere)
     EXPECT_EQ (seen, (std::vector<std::pair<int, int>> { { 0, 0 }, { 37, 37 }, { 64, 0 }, { 100, 36 } }));
     EXPECT_EQ (p.probe->segments, (std::vector<int> { 37, 27, 36, 28 }));
     EXPECT_EQ (p.chain->segmentCalls, 4);
-
-    // Members may keep counters of their own beside the chain's.
-    for (int key = 0; key < 40; ++key)
-        p.chain->setBlockPositionCounter (key, key * 3);
-    p.chain->addToBlockPositionCounter (39, 1);
-    EXPECT_EQ (p.chain->getBlockPositionCounter (39), 118);
-    EXPECT_EQ (p.chain->getBlockPositionCounter (20), 60);
-}
-
-TEST (AudioSourceChainEvents, ATimelineWithoutLengthRendersTheBlockInOnePiece)
-{
-    ProbeChain lengthless (new LengthlessTimeline());
-    auto e = lengthless.add (0.0);
-    render (*lengthless.chain, 2, 64, 64);
-    EXPECT_EQ (e->fires, 0);
-    EXPECT_EQ (lengthless.probe->segments, (std::vector<int> { 64 }));
-}
-
-TEST (AudioSourceChainEvents, AZeroSampleBlockRendersNothingFiresNothingAndAdvancesNothing)
-{
-    ProbeChain p;
-    auto e = p.add (0.0);
-    juce::AudioBuffer<float> buffer (2, 64);
-    p.chain->getNextAudioBlock (juce::AudioSourceChannelInfo (&buffer, 0, 0));
-    EXPECT_EQ (e->fires, 0);
-    EXPECT_TRUE (p.probe->segments.empty());
-    EXPECT_EQ (p.chain->segmentCalls, 0);
-    EXPECT_EQ (p.chain->getTimeline()->getPosition(), 0.0);
 }
 
 TEST (AudioSourceChainEvents, EventsThatRescheduleOrMoveTheTimelineCannotLoopForever)

@@ -60,32 +60,6 @@ TEST (EqSource, LowAt24dBAttenuates8kHzByTwoCascadedStagesAndPasses100Hz)
     }
 }
 
-TEST (EqSource, TypesMapToTheirBiquadsSlopesCountStagesAndOffPassesUntouched)
-{
-    auto data = makeNoise (2, 256, 3);
-    Fed<ParamEqSource> fed (data);
-    auto& eq = *fed.link;
-    fed.prepare();
-    const std::pair<const char*, int> types[] = { { "Low", qvrParamEQ::kLowPass2 },
-                                                  { "High", qvrParamEQ::kHighPass2 },
-                                                  { "Band", qvrParamEQ::kBandPass2 },
-                                                  { "Notch", qvrParamEQ::kNotch2 } };
-    const char* slopes[] = { "12dB", "24dB", "36dB", "48dB", "60dB", "72dB" };
-    for (int i = 0; i < 4; ++i)
-    {
-        setShape (eq, types[i].first, slopes[i + 2], 1000.0);
-        fed.run (2, 64);
-        EXPECT_EQ (eq.getNumActiveStages(), i + 3);
-        for (int s = 0; s < ParamEqSource::kNumStages; ++s)
-            EXPECT_EQ (eq.getStage (s)->getType(), types[i].second) << s;
-    }
-    eq.filterType.write ("Off"); // keeps the type, runs nothing
-    fed.memory.setNextReadPosition (0);
-    EXPECT_TRUE (sameSamples (fed.run (2, 256, 64), data));
-    EXPECT_EQ (eq.getNumActiveStages(), 0);
-    EXPECT_EQ (eq.getStage (0)->getType(), qvrParamEQ::kNotch2);
-}
-
 TEST (EqSource, SettingsHoldDuringACrossfadeAndTheNewAudioStartsFromFreshFilters)
 {
     auto data = makeNoise (2, 8192, 5);

@@ -29,13 +29,6 @@ struct Playing
 };
 } // namespace
 
-TEST (GainRamp, ZeroRampTakesTheNewGainFromTheFirstSample)
-{
-    Playing g (0);
-    g.source.gain.write (0.25);
-    EXPECT_TRUE (sameSamples (g.curve (64), makeConstant (2, 64, 0.25f)));
-}
-
 TEST (GainRamp, ALongRampApproachesGeometricallyAndAChangeRestartsFromThePresentValue)
 {
     Playing g (100);

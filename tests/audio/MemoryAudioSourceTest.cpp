@@ -35,16 +35,6 @@ TEST (MemoryPlayback, PastTheEndWithoutLoopingIsSilentAndThePositionRunsOn)
     EXPECT_EQ (source.getNextReadPosition(), 208);
 }
 
-TEST (MemoryPlayback, AMonoBufferFeedsEveryChannelOfTheBlock)
-{
-    auto data = makeIndexed (1, 300);
-    MemoryAudioSource source;
-    source.setBuffer (&data, false);
-    const auto out = render (source, 2, 300, 64);
-    for (int i = 0; i < 300; ++i)
-        ASSERT_TRUE (out.getSample (0, i) == (float) (i + 1) && out.getSample (1, i) == (float) (i + 1)) << i;
-}
-
 TEST (MemoryPlayback, LoopingWrapsExactlyAtAnyBlockSize)
 {
     auto data = makeIndexed (2, 100);

@@ -9,7 +9,6 @@
 #include "controllable/toolbox/ControllableComponentConnector.h"
 #include "controllable/toolbox/FileChooserTextEditor.h"
 #include "controllable/toolbox/SliderResetMouseListener.h"
-#include "gui/player/TavrineComponentConnector.h"
 #include "tests/support/MessagePump.h"
 
 using namespace qvrControllableAPI;
@@ -47,12 +46,6 @@ struct EditorProbe : juce::TextEditor::Listener
     int changes = 0, returns = 0;
 };
 
-struct ClickProbe : juce::Button::Listener
-{
-    void buttonClicked (juce::Button*) override { ++clicks; }
-    int clicks = 0;
-};
-
 // Runs the FIFO drain timers for as long as it lives, as a plug-in instance does.
 struct AsyncUpdates
 {
@@ -76,7 +69,7 @@ protected:
         key.defaultValue = juce::String ("Off");
         mode.choices.add (1).add (2).add (4);
         mode.defaultValue = 4;
-        for (auto* p : { gain.get(), ratio.get(), slices.get(), reverse.get(), key.get(), mode.get(), fileName.get() })
+        for (auto* p : { gain.get(), ratio.get(), slices.get(), reverse.get(), key.get(), mode.get() })
             root->addParameter (p);
     }
 
@@ -96,22 +89,10 @@ protected:
     BoolParamDefHandle reverse { "editLoop.reverse" };
     StringParamDefHandle key { "targetKey" };
     IntParamDefHandle mode { "snapMode" };
-    StringParamDefHandle fileName { "fileName" };
 };
 } // namespace
 
 //==============================================================================
-TEST (ConnectorNames, SplitsTheListIndexOffTheName)
-{
-    const auto indexed = ControllableComponentConnector::splitName ("slices[2]");
-    EXPECT_EQ (indexed.name, "slices");
-    EXPECT_EQ (indexed.index, 2);
-    EXPECT_EQ (ControllableComponentConnector::splitName ("gain").index, -1);
-    // Both brackets are needed.
-    EXPECT_EQ (ControllableComponentConnector::splitName ("gain[2").name, "gain[2");
-    EXPECT_EQ (ControllableComponentConnector::splitName ("gain[2").index, -1);
-}
-
 TEST_F (ConnectorTest, BindsByPathThroughUnnamedComponentsWithPrefixAndListIndex)
 {
     // screen (its name is not part of any path)
@@ -207,29 +188,6 @@ TEST_F (ConnectorTest, SliderOnAParameterWithChoicesSnapsToTheChoices)
     EXPECT_DOUBLE_EQ (slider.getValue(), 1.0);
 }
 
-TEST_F (ConnectorTest, CommandMouseDownResetsASliderToTheDefault)
-{
-    juce::Slider slider;
-    SliderResetMouseListener reset (slider, BoundParameterValue (*gain.get(), -1));
-    auto mouseDown = [&] (juce::ModifierKeys mods) {
-        const juce::MouseEvent e (juce::Desktop::getInstance().getMainMouseSource(), {}, mods, 1.0f, 0.0f, 0.0f,
-                                  0.0f, 0.0f, &slider, &slider, juce::Time::getCurrentTime(), {},
-                                  juce::Time::getCurrentTime(), 1, false);
-        reset.mouseDown (e);
-    };
-
-    gain->getValue()->setFloat (0.3);
-    mouseDown (juce::ModifierKeys (juce::ModifierKeys::leftButtonModifier));
-    EXPECT_DOUBLE_EQ (gain.read(), 0.3);
-    mouseDown (juce::ModifierKeys (juce::ModifierKeys::leftButtonModifier | juce::ModifierKeys::commandModifier));
-    EXPECT_DOUBLE_EQ (gain.read(), 1.0);
-
-    gain->getDefault()->setNull();
-    gain->getValue()->setFloat (0.3);
-    EXPECT_FALSE (reset.resetToDefault());
-    EXPECT_DOUBLE_EQ (gain.read(), 0.3);
-}
-
 //==============================================================================
 TEST_F (ConnectorTest, ToggleButtonFollowsItsStateAndOtherButtonsNegateTheValue)
 {
@@ -249,17 +207,6 @@ TEST_F (ConnectorTest, ToggleButtonFollowsItsStateAndOtherButtonsNegateTheValue)
     EXPECT_TRUE (toggle.getToggleState());
     button.triggerClick();
     EXPECT_TRUE (pumpMessagesUntil ([&] { return ! reverse.read(); }));
-
-    // Neither bool nor choices: recorded, inert.
-    juce::TextButton inert ("editLoop.gain");
-    ClickProbe probe;
-    inert.addListener (&probe);
-    connector->connectComponent (inert, *root);
-    EXPECT_TRUE (connector->isConnected (inert));
-    inert.triggerClick();
-    EXPECT_TRUE (pumpMessagesUntil ([&] { return probe.clicks == 1; }));
-    EXPECT_DOUBLE_EQ (gain.read(), 1.0);
-    inert.removeListener (&probe);
 }
 
 TEST_F (ConnectorTest, ChoiceButtonStepsThroughTheChoicesAndWrapsToTheFirst)
@@ -370,18 +317,6 @@ TEST_F (ConnectorTest, TextEditorCompletesTheOnlyMatchingChoice)
     editor.removeListener (&probe);
 }
 
-TEST_F (ConnectorTest, FileChooserTextEditorCommitsTheChosenPath)
-{
-    FileChooserTextEditor field ("fileName");
-    connector->connectComponent (field, *root);
-    fileName->getValue()->setString ("/loops/a.wav");
-    EXPECT_EQ (field.getTextEditor().getText(), "/loops/a.wav");
-
-    const juce::File chosen ("/loops/b.wav");
-    field.takeChosenFile (chosen);
-    EXPECT_TRUE (pumpMessagesUntil ([&] { return fileName->getValue()->getString() == chosen.getFullPathName(); }));
-}
-
 //==============================================================================
 TEST_F (ConnectorTest, DisconnectingOrDeletingTheConnectorStopsUpdatesBothWays)
 {
@@ -446,62 +381,6 @@ TEST_F (ConnectorTest, DeletedComponentsReleaseTheirBindingsAndMissTheirPendingC
     ParameterTypes::drainAll();
     gain->getValue()->setFloat (0.75);
     EXPECT_DOUBLE_EQ (gain.read(), 0.75);
-}
-
-//==============================================================================
-namespace
-{
-// Claims every slider for itself and counts what it was asked about.
-class ClaimingConnector : public ControllableComponentConnector
-{
-public:
-    juce::Array<juce::Component*> asked;
-
-protected:
-    bool connectSpecial (juce::Component& component, Controllable&) override
-    {
-        asked.add (&component);
-        return dynamic_cast<juce::Slider*> (&component) != nullptr;
-    }
-};
-} // namespace
-
-TEST_F (ConnectorTest, ConnectSpecialIsAskedFirstAndPreemptsTheBindingByName)
-{
-    juce::ReferenceCountedObjectPtr<ClaimingConnector> claiming (new ClaimingConnector());
-    juce::Component panel, unnamed;
-    juce::Slider slider ("editLoop.gain");
-    juce::Label label ("editLoop.gain");
-    for (auto* c : { &unnamed, static_cast<juce::Component*> (&slider), static_cast<juce::Component*> (&label) })
-        panel.addChildComponent (c);
-    claiming->connectComponent (panel, *root);
-
-    // Unnamed components too, the root last (children come first).
-    EXPECT_TRUE (claiming->asked.contains (&unnamed));
-    EXPECT_EQ (claiming->asked.getLast(), &panel);
-    EXPECT_FALSE (claiming->isConnected (slider));
-    EXPECT_TRUE (claiming->isConnected (label));
-}
-
-TEST_F (ConnectorTest, TavrineConnectorTriesItsTypeTestsInOrderAndStopsAtTheFirstMatch)
-{
-    juce::ReferenceCountedObjectPtr<TavrineComponentConnector> tavrine (new TavrineComponentConnector());
-    juce::StringArray calls;
-    using Special = TavrineComponentConnector::SpecialComponent;
-    auto record = [&calls] (const char* what) {
-        return [&calls, what] (juce::Slider&, TavrineComponentConnector&, Controllable&) { calls.add (what); };
-    };
-    // Registered out of order on purpose: the slot decides, not the call.
-    tavrine->setBinder<juce::Slider> (Special::debugInfoComponent, record ("debugInfo"));
-    tavrine->setBinder<juce::Slider> (Special::twinKeyboardComponent, record ("twinKeyboard"));
-
-    juce::Slider slider ("editLoop.gain");
-    juce::Label label ("editLoop.gain");
-    tavrine->connectComponent (slider, *root);
-    tavrine->connectComponent (label, *root);
-    EXPECT_EQ (calls, juce::StringArray ("twinKeyboard"));
-    EXPECT_FALSE (tavrine->isConnected (slider));
-    EXPECT_TRUE (tavrine->isConnected (label));
 }
 
 //==============================================================================

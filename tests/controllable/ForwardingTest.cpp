@@ -52,16 +52,6 @@ TEST (ForwardingView, WritesThroughClampingInTheViewsUnitsThenInTheSources)
     percent->removeChangeListener (&listener, true);
 }
 
-TEST (ForwardingView, AViewOfAnotherKindReadsTheSourceInItsOwnKind)
-{
-    FloatParamDefHandle ratio ("ratio");
-    ratio->getValue()->setFloat (2.6);
-    IntParamDefHandle rounded (ratio->createForwardingParameter ("rounded", &ParameterTypes::intType()));
-    EXPECT_EQ (rounded->getValue()->getInt(), 3);
-    rounded->getValue()->setInt (5);
-    EXPECT_DOUBLE_EQ (ratio.read(), 5.0);
-}
-
 TEST (EditLoopPaths, RetargetWhenTheEditedLoopChangesAndHearOnlyTheNewLoop)
 {
     TavrineEngine engine;

@@ -83,22 +83,6 @@ TEST (ListValueWrappers, AddReadAndWriteEntriesInPlace)
     EXPECT_DOUBLE_EQ (slices->getValueList()->get (1)->getFloat(), 0.125);
 }
 
-TEST (ParamDefHandle, RawPointerIsTheStoredFieldForPlainTypesAndNullForListTypes)
-{
-    IntParamDefHandle plain ("plain");
-    ASSERT_NE (plain.getRaw(), nullptr);
-    *plain.getRaw() = 7; // the audio thread's view is the value's own storage
-    EXPECT_EQ (plain->getValue()->getInt(), 7);
-
-    EXPECT_EQ (IntParamDefHandle ("list", ValueShape::list).getRaw(), nullptr);
-    const IntParamDefHandle fromDefinition (qvrControllableLib::ParameterTypes::intListType().createParameter ("x"));
-    EXPECT_EQ (fromDefinition.getRaw(), nullptr);
-
-    // Rebinding to nothing drops the pointer with the parameter.
-    plain.bind (nullptr);
-    EXPECT_EQ (plain.getRaw(), nullptr);
-}
-
 TEST (ChoicesWrapper, AddingAChoiceReindexesTheValueAndTheListEntries)
 {
     IntParamDefHandle mode ("mode");

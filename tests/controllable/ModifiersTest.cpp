@@ -63,19 +63,6 @@ TEST (ModifiersLogarithmic, WritesAFloatPowerWidenedBeforeTheReference)
         EXPECT_NEAR (outer (db, stored (db, y)), y, 1e-5) << y;
 }
 
-TEST (ModifiersLogarithmic, IntsRoundInDoubleAndHaveNoLowerBound)
-{
-    LogarithmicValueModifier db (10.0, 20.0, 1.0);
-    int out = 0;
-    db.toOuter (nullptr, 100, out);
-    EXPECT_EQ (out, 40);
-    db.toOuter (nullptr, 0, out);
-    EXPECT_EQ (out, std::numeric_limits<int>::min());
-    LogarithmicValueModifier octaves (2.0, 2.0, 4.0);
-    octaves.toStored (nullptr, 1, out); // 4 x sqrt 2 = 5.66
-    EXPECT_EQ (out, 6);
-}
-
 TEST (ModifiersDecibel, ReadingStopsAtTheFloorAndWritingTheFloorIsSilence)
 {
     DecibelValueModifier db (-300.0, 20.0, 1.0);
@@ -90,19 +77,6 @@ TEST (ModifiersDecibel, ReadingStopsAtTheFloorAndWritingTheFloorIsSilence)
     int out = 1;
     high.toOuter (nullptr, 0, out);
     EXPECT_EQ (out, -40);
-}
-
-TEST (ModifiersInversion, NegatesBoolsInvertsFloatsAndPassesInts)
-{
-    InversionValueModifier inv;
-    bool b = false;
-    inv.toStored (nullptr, false, b);
-    EXPECT_TRUE (b);
-    EXPECT_DOUBLE_EQ (outer (inv, 4.0), 0.25);
-    EXPECT_DOUBLE_EQ (stored (inv, 0.25), 4.0);
-    int i = 0;
-    inv.toOuter (nullptr, 3, i);
-    EXPECT_EQ (i, 3);
 }
 
 TEST (ModifiersPitchAndStretch, CentsAndTheLinearStretchScaleRoundTrip)

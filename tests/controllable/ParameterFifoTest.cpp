@@ -12,10 +12,8 @@ using namespace qvrControllableLib;
 
 TEST (ParameterFifo, SeveralWritersEachKeepTheirOrderAndNoneIsLost)
 {
-    // Each writer owns one parameter and pushes its own running counter; the
-    // message thread sees every value of every writer, in order. The values
-    // are read at the drain, so each entry is checked against the count of
-    // entries seen so far for its writer.
+    // Each writer pushes its own running counter; the drain must see every
+    // entry of every writer, its values never going back.
     constexpr int kWriters = 4;
     constexpr int kWrites = 3000;
     std::vector<std::unique_ptr<IntParamDefHandle>> counters;

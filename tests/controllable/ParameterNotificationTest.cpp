@@ -5,7 +5,6 @@
 #include "controllable/lib/BasicAutomationHandle.h"
 #include "controllable/lib/ChangeStrategies.h"
 #include "controllable/lib/Controllables.h"
-#include "controllable/lib/DelegatingParameter.h"
 #include "tests/support/AllocationCounter.h"
 #include "tests/support/RecordingListener.h"
 
@@ -151,22 +150,4 @@ TEST (Notification, PostponedUpdatesTellEachChangedParameterOnce)
     EXPECT_EQ (listener.calls.load(), 100);
     for (auto& h : handles)
         h->removeChangeListener (&listener, true);
-}
-
-TEST (Delegation, ADelegateReadsWritesAndTellsOfItsTarget)
-{
-    FloatParamDefHandle target ("gain");
-    target.minimum = 0.0;
-    target.maximum = 2.0;
-    juce::ReferenceCountedObjectPtr<DelegatingParameter> delegate (new DelegatingParameter ("loop1.gain", target.get()));
-    EXPECT_EQ (delegate->getName(), "loop1.gain");
-    delegate->getValue()->setFloat (3.0);
-    EXPECT_DOUBLE_EQ (target.read(), 2.0);
-
-    RecordingListener listener;
-    delegate->addChangeListener (&listener, false);
-    target->getValue()->setFloat (1.0);
-    EXPECT_EQ (listener.calls.load(), 1);
-    EXPECT_EQ (listener.seen[0], delegate.get());
-    delegate->removeChangeListener (&listener, false);
 }
