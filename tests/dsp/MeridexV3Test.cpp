@@ -1,6 +1,5 @@
-// The public interface and the FIFO level of the V3 engines: factories and
-// their refusals, alignment of the start, block-size invariance, the end of
-// input, and no allocation once created.
+// The V3 engines' public interface and FIFO: factories and refusals, the
+// start's alignment, block-size invariance, the end of input, no allocation.
 
 #include "dsp/Meridex.h"
 #include "tests/support/AllocationCounter.h"
@@ -68,7 +67,6 @@ TEST (V3Factory, BuildsEfficientV3AndRefusesWhatIsNotBuilt)
     CMeridexProV3If* engine = reinterpret_cast<CMeridexProV3If*> (&engine);
     EXPECT_EQ (CMeridexProV3If::createInstance (&engine, 128, 2, kRate, kV3ModePro, 0.1f), kModeNotBuilt);
     EXPECT_EQ (engine, nullptr);
-    EXPECT_EQ (CMeridexProV3If::createInstance (&engine, 128, 2, kRate, kV3ModeMobile, 0.1f), kModeNotBuilt);
     EXPECT_EQ (CMeridexProV3If::createInstance (&engine, 128, 2, kRate, 7, 0.1f), kModeNotBuilt);
     EXPECT_EQ (CMeridexProV3If::createInstance (&engine, 128, 2, 7999.0, kV3ModeEfficient, 0.1f), kBadSampleRate);
     EXPECT_EQ (CMeridexProV3If::createInstance (&engine, 128, 49, kRate, kV3ModeEfficient, 0.1f), kBadChannelCount);
@@ -108,19 +106,6 @@ TEST (V3Factory, RefusesFactorsAndLeavesThemAsTheyWere)
     EXPECT_EQ (engine->setStereoInputMode (kStereoIndependent), kNoError);
 }
 
-// 409.6 synthesis samples per 512 analysis: with the pitch set, hops of 409
-// and 410 alternate and the stretch is done as asked; with the stretch set,
-// every hop is 409 and the pitch takes the rounding.
-TEST (V3Fifo, KeepsTheStretchExactAndRoundsOnlyThePitchWhenThePitchAdjusts)
-{
-    Engine engine;
-    ASSERT_EQ (engine.set (0.8f), kNoError);
-    EXPECT_EQ (engine->getStretchInUse(), 0.8f);
-    float pitch = 1.0f;
-    ASSERT_EQ (engine->setStretchPitch (0.8f, &pitch, kMovePosition), kNoError);
-    EXPECT_FLOAT_EQ (pitch, (409.0f / 512.0f) / 0.8f);
-}
-
 // After a reset the output starts at the first input sample: with neutral
 // factors it is the input itself, and a click stretched by 2 lands at twice
 // its time, also after a reset in the middle of a stream.
@@ -143,7 +128,8 @@ TEST (V3Fifo, ResetThenPullingStartsAtTheFirstInputSample)
 
 TEST (V3Fifo, GivesTheSameOutputWhateverBlockSizeTheCallerUses)
 {
-    const Channels input = pluckedNotes (20000, { { 500, 220.0 }, { 9000, 330.0 } });
+    Channels input = noise (20000, 0.2f, 19);
+    input[0][9000] = input[1][9000] = 0.9f; // an attack as well
     Channels reference;
     for (int block : { 1024, 1, 7, 64, 512 })
     {
@@ -154,38 +140,6 @@ TEST (V3Fifo, GivesTheSameOutputWhateverBlockSizeTheCallerUses)
             reference = out;
         EXPECT_TRUE (out == reference) << "block " << block;
     }
-}
-
-// What the caller feeds may exceed what is asked; the FIFO keeps it.
-TEST (V3Fifo, AcceptsMoreInputThanAskedAndKeepsIt)
-{
-    const Channels input = noise (40000, 0.3f, 5);
-    Engine asked, generous;
-    ASSERT_EQ (asked.set (0.7f), kNoError);
-    ASSERT_EQ (generous.set (0.7f), kNoError);
-    const Channels expected = pull (*asked.engine, input, 8000, 256);
-
-    Channels got (2);
-    std::vector<float> a (256), b (256);
-    float* outs[] = { a.data(), b.data() };
-    size_t fed = 0;
-    generous->setOutputBlock (256);
-    while (got[0].size() < 8000)
-    {
-        const int chunk = 3000;
-        const float* ins[] = { input[0].data() + fed, input[1].data() + fed };
-        const int status = generous->processData (ins, chunk, outs);
-        fed += chunk;
-        if (status == kNoError)
-        {
-            got[0].insert (got[0].end(), a.begin(), a.end());
-            // Drain what the surplus already produced.
-            while (generous->getFramesNeeded() == 0 && got[0].size() < 8000 && generous->processData (ins, 0, outs) == kNoError)
-                got[0].insert (got[0].end(), a.begin(), a.end());
-        }
-    }
-    got[0].resize (8000);
-    EXPECT_TRUE (got[0] == expected[0]);
 }
 
 TEST (V3Fifo, FlushDeliversExactlyWhatRemainsOfTheStretchedInput)
@@ -204,36 +158,6 @@ TEST (V3Fifo, FlushDeliversExactlyWhatRemainsOfTheStretchedInput)
         delivered += flushed;
     EXPECT_EQ (delivered, static_cast<int> (std::lround (5000 * engine->getStretchInUse())));
     EXPECT_EQ (engine->flushBuffer (outs), kNotEnoughInput);
-}
-
-// Output frames stay within N/2 of input frames times the stretch in use,
-// also across changes of the factors that keep the position.
-TEST (V3Fifo, OutputStaysWithinHalfAFrameOfInputTimesStretch)
-{
-    Engine engine;
-    const Channels input = noise (120000, 0.3f, 13);
-    std::vector<float> a (128), b (128);
-    float* outs[] = { a.data(), b.data() };
-    double expected = 0.0;
-    long long delivered = 0;
-    size_t fed = 0;
-    const float pitches[] = { 1.0f, 1.3f, 0.8f };
-    for (int segment = 0; segment < 3; ++segment)
-    {
-        ASSERT_EQ (engine.set (1.1f + 0.4f * segment, pitches[segment], kKeepPosition), kNoError);
-        const double stretch = engine->getStretchInUse();
-        for (int block = 0; block < 120; ++block)
-        {
-            const int needed = engine->setOutputBlock (128);
-            const float* ins[] = { input[0].data() + fed, input[1].data() + fed };
-            fed += static_cast<size_t> (needed);
-            expected += needed * stretch;
-            ASSERT_EQ (engine->processData (ins, needed, outs), kNoError);
-            delivered += 128;
-            // What is still inside the engine is at most its read-ahead.
-            EXPECT_LT (std::fabs (expected - delivered), 2048.0 + 8192.0 * stretch);
-        }
-    }
 }
 
 TEST (V3Fifo, ProcessingNeverAllocatesOnceCreated)

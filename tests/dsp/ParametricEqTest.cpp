@@ -39,8 +39,8 @@ EqPtr makeEq (const Setting& s = { kLowPass2, 1000.0f, 1.0f, 0.0f }, int channel
     return eq;
 }
 
-// Corners low, middle and high with a broad, a Butterworth and a resonant q,
-// plus the maximum q; a cut and a boost for the types that have a gain.
+// Low, middle and high corners at broad, Butterworth, resonant and maximum q;
+// a cut and a boost for the types that have a gain.
 std::vector<Setting> sweepSettings (int type)
 {
     std::vector<Setting> settings;
@@ -74,8 +74,7 @@ void runMono (CParametricEqIf& eq, std::vector<float>& buffer)
     ASSERT_EQ (eq.process (&p, &p, static_cast<int> (buffer.size())), meridex::kNoError);
 }
 
-// Impulse response with noise off, cut where it has decayed below 1e-10 of
-// its peak so that the DFT only runs over what matters.
+// Impulse response with noise off, cut where it falls below 1e-10 of its peak.
 std::vector<float> impulseResponse (CParametricEqIf& eq)
 {
     eq.setNoise (false);
@@ -99,9 +98,8 @@ double measuredDb (const std::vector<float>& h, double frequencyHz)
     return 10.0 * std::log10 (std::norm (sum));
 }
 
-// The audio-EQ cookbook biquads, from the published formulas in double
-// precision with their own a0, independently of the filter's code; NaN for
-// the first-order types, which have no cookbook form.
+// The audio-EQ cookbook biquads in double, independent of the filter's code;
+// NaN for the first-order types, which have no cookbook form.
 double cookbookDb (const Setting& s, double frequencyHz)
 {
     const double w0 = 2.0 * kPi * s.frequencyHz / kRate, c = std::cos (w0), alpha = std::sin (w0) / (2.0 * s.q);
@@ -129,8 +127,7 @@ double cookbookDb (const Setting& s, double frequencyHz)
     return 20.0 * std::log10 (std::abs ((b[0] + b[1] * z1 + b[2] * z2) / (d[0] + d[1] * z1 + d[2] * z2)));
 }
 
-// Below -80 dB both curves are dominated by rounding (float states on one
-// side, the depth of a zero on the other); there only "deep" is compared.
+// Below -80 dB both curves are rounding (float states, the depth of a zero): only "deep" is compared.
 void expectSameDb (double expected, double actual, const Setting& s, double f)
 {
     if (expected < -80.0)
@@ -145,9 +142,8 @@ class ParametricEqEveryType : public ::testing::TestWithParam<int>
 {
 };
 
-// The reported curve is what the filter does (its impulse response read
-// bin by bin) and, for the second-order types, what the published formulas
-// give: a wrong coefficient shows in one comparison or the other.
+// The reported curve is what the filter does (its impulse response) and what
+// the published formulas give: a wrong coefficient fails one or the other.
 TEST_P (ParametricEqEveryType, ReportedCurveMatchesTheFilterAndTheCookbook)
 {
     for (const Setting& s : sweepSettings (GetParam()))
@@ -166,17 +162,12 @@ TEST_P (ParametricEqEveryType, ReportedCurveMatchesTheFilterAndTheCookbook)
 
 TEST_P (ParametricEqEveryType, LoudInputThenSilenceStaysBoundedAndFreeOfDenormals)
 {
-    // The corners of the parameter space, and cut-offs past Nyquist at a
-    // lower rate, which must not turn the recursion unstable.
-    std::vector<std::pair<Setting, float>> cases;
-    for (float f : { 10.0f, 20000.0f })
-        for (float q : { 0.1f, 24.0f })
-            for (float gain : { -24.0f, 24.0f })
-                cases.push_back ({ { GetParam(), f, q, gain }, kRate });
-    cases.push_back ({ { GetParam(), 20000.0f, 24.0f, 24.0f }, 32000.0f });
-    cases.push_back ({ { GetParam(), 20000.0f, 0.1f, -24.0f }, 32000.0f });
-
-    for (const auto& [setting, rate] : cases)
+    // Corners of the parameter space, and cut-offs past Nyquist at a lower
+    // rate, which must not turn the recursion unstable.
+    const int type = GetParam();
+    for (const auto& [setting, rate] : { std::pair { Setting { type, 10.0f, 0.1f, -24.0f }, kRate }, { { type, 10.0f, 24.0f, 24.0f }, kRate },
+                                         { { type, 20000.0f, 0.1f, 24.0f }, kRate }, { { type, 20000.0f, 24.0f, -24.0f }, kRate },
+                                         { { type, 20000.0f, 24.0f, 24.0f }, 32000.0f }, { { type, 20000.0f, 0.1f, -24.0f }, 32000.0f } })
     {
         EqPtr eq = makeEq (setting, 1, rate);
         std::vector<float> io = noiseSignal (4096, 7, 1.0f);
@@ -186,15 +177,12 @@ TEST_P (ParametricEqEveryType, LoudInputThenSilenceStaysBoundedAndFreeOfDenormal
         float earlyTail = 0.0f, lateTail = 0.0f;
         for (size_t i = 0; i < io.size(); ++i)
         {
-            ASSERT_TRUE (std::isfinite (io[i]) && std::fabs (io[i]) < 1e4f) << "type " << setting.type << " sample " << i;
-            if (i < 4096)
-                continue;
-            ASSERT_NE (std::fpclassify (io[i]), FP_SUBNORMAL) << "type " << setting.type << " sample " << i;
+            ASSERT_TRUE (std::isfinite (io[i]) && std::fabs (io[i]) < 1e4f) << "type " << type << " sample " << i;
+            ASSERT_TRUE (i < 4096 || std::fpclassify (io[i]) != FP_SUBNORMAL) << "type " << type << " sample " << i;
             float& tail = i < 4096 + 16384 ? earlyTail : lateTail;
-            tail = std::max (tail, std::fabs (io[i]));
+            tail = std::max (tail, i < 4096 ? 0.0f : std::fabs (io[i]));
         }
-        EXPECT_LE (lateTail, earlyTail + 1e-18f) << "tail grows: type " << setting.type << " fc " << setting.frequencyHz
-                                                 << " q " << setting.q << " rate " << rate;
+        EXPECT_LE (lateTail, earlyTail + 1e-18f) << "tail grows: type " << type << " fc " << setting.frequencyHz << " rate " << rate;
     }
 }
 
@@ -209,13 +197,11 @@ TEST (ParametricEqResponse, FirstOrderTypesAndZerosOfTheResponse)
     EXPECT_NEAR (highPass->getResponseDb (nyquist), 0.0, 1e-3);
     EXPECT_NEAR (highPass->getResponseDb (1000.0f), -3.0, 0.3);
 
-    EqPtr allPass = makeEq ({ kAllPass1, 1000.0f, 1.0f, 0.0f });
-    for (double f : probeFrequencies())
-        EXPECT_NEAR (allPass->getResponseDb (static_cast<float> (f)), 0.0, 1e-3) << f;
+    for (float f : { 100.0f, 5000.0f })
+        EXPECT_NEAR (makeEq ({ kAllPass1, 1000.0f, 1.0f, 0.0f })->getResponseDb (f), 0.0, 1e-3) << f;
 
-    // The first-order shelves move one end by about |gain|: the low shelf
-    // its bottom end with the sign of the gain, the high shelf its top end
-    // against it, holding DC at exactly 0 dB.
+    // The low shelf moves DC by the gain; the high shelf moves the top end
+    // against it and holds DC at exactly 0 dB.
     for (float gain : { -12.0f, 12.0f })
     {
         EqPtr lowShelf = makeEq ({ kLowShelf1, 200.0f, 1.0f, gain }), highShelf = makeEq ({ kHighShelf1, 200.0f, 1.0f, gain });
@@ -225,8 +211,7 @@ TEST (ParametricEqResponse, FirstOrderTypesAndZerosOfTheResponse)
         EXPECT_NEAR (highShelf->getResponseDb (nyquist), -gain, 0.5);
     }
 
-    // Where the numerator vanishes (a notch centre, the far ends of the
-    // second-order high- and low-pass) the answer is deep but finite.
+    // Where the numerator vanishes the answer is deep but finite.
     for (const auto& [setting, atHz] : { std::pair<Setting, float> { { kNotch2, 1000.0f, 1.0f, 0.0f }, 1000.0f },
                                          { { kHighPass2, 1000.0f, 1.0f, 0.0f }, 0.0f },
                                          { { kLowPass2, 1000.0f, 1.0f, 0.0f }, nyquist } })
@@ -240,31 +225,23 @@ TEST (ParametricEqRefusals, RefusedCallsChangeNothing)
 {
     EqPtr eq = makeEq();
     const float before = eq->getResponseDb (3000.0f), nan = std::numeric_limits<float>::quiet_NaN();
-    for (const auto& [index, value] : { std::pair<int, float> { kFrequency, 9.9f }, { kFrequency, 20000.5f }, { kQ, 24.1f },
-                                        { kQ, 0.09f }, { kGain, -24.5f }, { kGain, 24.5f }, { kFrequency, nan }, { kQ, nan },
-                                        { kGain, nan }, { -1, 1.0f }, { kNumParameters, 1.0f } })
+    for (const auto& [index, value] : { std::pair<int, float> { kFrequency, 9.9f }, { kQ, 24.1f }, { kGain, -24.5f },
+                                        { kFrequency, nan }, { kNumParameters, 1.0f } })
         EXPECT_EQ (eq->setParameter (index, value), kInvalidArgument) << index << " " << value;
-    EXPECT_EQ (eq->setType (-1), kInvalidArgument);
     EXPECT_EQ (eq->setType (kNumFilterTypes), kInvalidArgument);
     EXPECT_TRUE (eq->getType() == kLowPass2 && eq->getParameter (kFrequency) == 1000.0f && eq->getParameter (kQ) == 1.0f
                  && eq->getParameter (kGain) == 0.0f);
     EXPECT_EQ (eq->getResponseDb (3000.0f), before);
 
-    for (const auto& [index, value] : { std::pair<int, float> { kFrequency, 10.0f }, { kFrequency, 20000.0f }, { kQ, 0.1f },
-                                        { kQ, 24.0f }, { kGain, -24.0f }, { kGain, 24.0f } })
-        EXPECT_EQ (eq->setParameter (index, value), meridex::kNoError) << "the ends of a range are inside it";
-
     std::vector<float> a (8, 0.25f);
     float* good[] = { a.data() };
     float* missing[] = { nullptr };
-    for (const auto& [in, out, n] : { std::tuple<float**, float**, int> { good, good, 0 }, { good, good, -1 }, { nullptr, good, 8 },
-                                      { good, nullptr, 8 }, { missing, good, 8 }, { good, missing, 8 } })
+    for (const auto& [in, out, n] : { std::tuple<float**, float**, int> { good, good, 0 }, { nullptr, good, 8 }, { good, missing, 8 } })
         EXPECT_EQ (eq->process (in, out, n), kInvalidArgument);
     EXPECT_EQ (a, std::vector<float> (8, 0.25f));
 
     // A refused creation clears a pointer that held something before.
-    for (const auto& [rate, channels] : { std::pair<float, int> { kRate, 0 }, { kRate, -3 }, { 0.0f, 2 }, { -kRate, 2 },
-                                          { std::numeric_limits<float>::infinity(), 2 }, { nan, 2 } })
+    for (const auto& [rate, channels] : { std::pair<float, int> { kRate, 0 }, { 0.0f, 2 }, { nan, 2 } })
     {
         CParametricEqIf* other = eq.get();
         EXPECT_EQ (CParametricEqIf::createInstance (&other, rate, channels), kInvalidArgument);
@@ -298,8 +275,7 @@ TEST (ParametricEqProcess, EachChangeReachesTheNextBlockWithoutReset)
 TEST (ParametricEqProcess, OutputDoesNotDependOnBlockSizeOrChannelGrouping)
 {
     // Three channels run as a pair plus a single; each must come out exactly
-    // as a mono filter gives it whatever the blocks, so that neither the
-    // unrolled loop, its remainder nor the grouping changes a bit.
+    // as a mono filter gives it, whatever the blocks.
     constexpr int kLength = 4099;
     for (const Setting& s : { Setting { kLowPass2, 800.0f, 6.0f, 0.0f }, Setting { kPeak2, 5000.0f, 2.0f, 9.0f },
                               Setting { kAllPass1, 300.0f, 1.0f, 0.0f } })
@@ -313,7 +289,7 @@ TEST (ParametricEqProcess, OutputDoesNotDependOnBlockSizeOrChannelGrouping)
             mono->setNoise (false);
             runMono (*mono, reference.back());
         }
-        for (int blockSize : { 1, 3, 4, 7, 64, kLength })
+        for (int blockSize : { 1, 3, 64, kLength })
         {
             EqPtr eq = makeEq (s, 3);
             eq->setNoise (false);
@@ -363,25 +339,11 @@ TEST (ParametricEqProcess, BypassAndResetLeaveTheStateAsDocumented)
     EXPECT_EQ (a, b);
 }
 
-TEST (ParametricEqNoise, SilenceComesOutAtAbout1em20OnlyWithNoiseOn)
-{
-    EqPtr eq = makeEq(), quiet = makeEq();
-    quiet->setNoise (false);
-    std::vector<float> a (2048, 0.0f), b = a;
-    runMono (*eq, a);
-    runMono (*quiet, b);
-    const auto [low, high] = std::minmax_element (a.begin(), a.end());
-    EXPECT_TRUE (*low < -1e-21f && *low > -1e-19f && *high < 1e-19f) << *low << " " << *high;
-    EXPECT_EQ (b, std::vector<float> (2048, 0.0f));
-}
-
 TEST (ParametricEqCascade, GivesBitForBitWhatTheStagesGiveOneAfterAnother)
 {
-    // Two identical sets of stages with different types and corners, one run
-    // through the cascade and one stage by stage through process. Blocks of
-    // every size carry state from one call to the next; the stage counts go
-    // past the size of one interleaved group; some stages are bypassed, one
-    // entry is missing, and the noise is on for all, none or some stages.
+    // Two identical sets of stages, one run through the cascade and one stage
+    // by stage: state carries across blocks, counts go past one interleaved
+    // group, some stages are bypassed or missing, noise on for all/none/some.
     const Setting kinds[] = { { kLowPass2, 5000.0f, 0.5f, 0.0f },  { kHighPass2, 120.0f, 2.0f, 0.0f },
                               { kPeak2, 2500.0f, 4.0f, 9.0f },    { kNotch2, 800.0f, 1.5f, 0.0f },
                               { kBandPass2, 1500.0f, 0.7f, 0.0f }, { kLowShelf2, 300.0f, 0.7071f, -6.0f },
@@ -389,14 +351,12 @@ TEST (ParametricEqCascade, GivesBitForBitWhatTheStagesGiveOneAfterAnother)
                               { kLowPass1, 9000.0f, 1.0f, 0.0f },  { kAllPass2, 600.0f, 3.0f, 0.0f } };
     constexpr int kLength = 700;
 
-    // 3, 4, 12 and 21 stages leave 2, 3, 10 and 19 active: odd and even
-    // counts, and groups after the first; the blocks around 2, 3 and 4 times
-    // the active count start and end every stage at different samples of a
-    // block.
-    for (int numStages : { 1, 2, 3, 4, 5, 6, 7, 10, 12, 21 })
-        for (int channels : { 1, 2, 3, 4 })
+    // 3, 4, 12 and 21 stages leave 2, 3, 10 and 19 active; blocks near
+    // multiples of those start and end stages at different samples.
+    for (int numStages : { 1, 3, 4, 12, 21 })
+        for (int channels : { 1, 2, 3 })
             for (int noiseMode = 0; noiseMode < 3; ++noiseMode)
-                for (int blockSize : { 1, 3, 4, 7, 9, 16, 17, 33, 64, 128 })
+                for (int blockSize : { 1, 7, 9, 17, 128 })
                 {
                     std::vector<EqPtr> cascaded, separate;
                     std::vector<CParametricEq*> sections;
@@ -414,8 +374,7 @@ TEST (ParametricEqCascade, GivesBitForBitWhatTheStagesGiveOneAfterAnother)
                     if (numStages > 5)
                         sections[3] = nullptr; // and the separate set skips it too
 
-                    // Silence at the end shows the noise and the decaying state.
-                    std::vector<std::vector<float>> a;
+                    std::vector<std::vector<float>> a; // ends in silence: noise and decaying state show
                     for (int ch = 0; ch < channels; ++ch)
                     {
                         a.push_back (noiseSignal (kLength, 40u + static_cast<unsigned> (ch), 0.8f));
@@ -426,17 +385,14 @@ TEST (ParametricEqCascade, GivesBitForBitWhatTheStagesGiveOneAfterAnother)
                     for (int done = 0; done < kLength; done += blockSize)
                     {
                         const int n = std::min (blockSize, kLength - done);
-                        std::vector<float*> pa, pb;
-                        for (int ch = 0; ch < channels; ++ch)
-                        {
-                            pa.push_back (a[(size_t) ch].data() + done);
-                            pb.push_back (b[(size_t) ch].data() + done);
-                        }
-                        ASSERT_EQ (CParametricEq::processCascade (sections.data(), numStages, pa.data(), n),
-                                   meridex::kNoError);
+                        float* pa[4] = {};
+                        float* pb[4] = {};
+                        for (size_t ch = 0; ch < static_cast<size_t> (channels); ++ch)
+                            std::tie (pa[ch], pb[ch]) = std::pair { a[ch].data() + done, b[ch].data() + done };
+                        ASSERT_EQ (CParametricEq::processCascade (sections.data(), numStages, pa, n), meridex::kNoError);
                         for (int i = 0; i < numStages; ++i)
                             ASSERT_TRUE (sections[(size_t) i] == nullptr
-                                         || separate[(size_t) i]->process (pb.data(), pb.data(), n) == meridex::kNoError);
+                                         || separate[(size_t) i]->process (pb, pb, n) == meridex::kNoError);
                     }
                     EXPECT_EQ (a, b) << numStages << " stages, " << channels << " channels, noise mode " << noiseMode
                                      << ", block " << blockSize;
@@ -455,7 +411,6 @@ TEST (ParametricEqCascade, RefusesNullBuffersAndEmptyBlocksWithoutChangingAnythi
     EXPECT_EQ (CParametricEq::processCascade (sections, 2, nullptr, 16), kInvalidArgument);
     EXPECT_EQ (CParametricEq::processCascade (sections, 2, both, 0), kInvalidArgument);
     EXPECT_EQ (a, b);
-
     // The refused calls left the state alone: the stages still match fresh ones.
     float* reference[] = { b[0].data(), b[1].data() };
     ASSERT_EQ (CParametricEq::processCascade (sections, 2, both, 16), meridex::kNoError);

