@@ -26,7 +26,7 @@ namespace qvrControllableAudio
 // each block is cut into pieces whose input fits at the present ratio
 // (8192 output samples a piece at ratio 1, 256 at ratio 32).
 //
-// Not crossfadeable: the engine's phase and look-ahead are private to JUCE,
+// Not crossfadable: the engine's phase and look-ahead are private to JUCE,
 // so they cannot be put back after a crossfade's pre-render. What leaks is
 // the engine's few samples of look-ahead, which land at the start of the
 // fade-in.
