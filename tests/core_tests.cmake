@@ -8,6 +8,8 @@ add_executable(tavrine_tests
     controllable/ForwardingTest.cpp
     controllable/ParameterFifoTest.cpp
     controllable/ConvertersTest.cpp
+    engine/EngineConvertersTest.cpp
+    shell/SettingsConvertersTest.cpp
     controllable/ModifiersTest.cpp
     controllable/NormalizersTest.cpp
     audio/MeridexAudioSourceTest.cpp
