@@ -10,6 +10,8 @@ add_executable(tavrine_tests
     controllable/ConvertersTest.cpp
     engine/EngineConvertersTest.cpp
     shell/SettingsConvertersTest.cpp
+    shell/ProcessorEditorTest.cpp
+    gui/PluginEditorTest.cpp
     controllable/ModifiersTest.cpp
     controllable/NormalizersTest.cpp
     audio/MeridexAudioSourceTest.cpp

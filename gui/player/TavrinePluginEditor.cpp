@@ -12,6 +12,11 @@ TavrinePluginEditor::TavrinePluginEditor (TavrinePluginProcessor& processor, Tav
     startTimerHz (4);
 }
 
+juce::AudioProcessorEditor* TavrinePluginEditor::create (TavrinePluginProcessor& processor, bool& openedOnce)
+{
+    return new TavrinePluginEditor (processor, processor.getPlayerInstance(), openedOnce);
+}
+
 TavrinePluginEditor::~TavrinePluginEditor()
 {
     stopTimer();

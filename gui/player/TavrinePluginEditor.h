@@ -17,6 +17,9 @@ public:
     TavrinePluginEditor (TavrinePluginProcessor& processor, TavrinePlayerInstance& instance, bool& openedOnce);
     ~TavrinePluginEditor() override;
 
+    // The processor's editor factory (TavrinePluginProcessor::setEditorFactory).
+    static juce::AudioProcessorEditor* create (TavrinePluginProcessor& processor, bool& openedOnce);
+
     void paint (juce::Graphics& g) override;
 
 private:
