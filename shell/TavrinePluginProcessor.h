@@ -18,7 +18,7 @@ class TavrinePluginProcessor : public qvrControllableToolbox::AutomatedAudioProc
 {
 public:
     static constexpr int kNumRows = 9;
-    static constexpr int kNumOutputBuses = 16;
+    static constexpr int kNumOutputBuses = TavrineEngine::kNumOutputBuses;
 
     TavrinePluginProcessor();
     ~TavrinePluginProcessor() override;

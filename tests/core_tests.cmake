@@ -11,6 +11,7 @@ add_executable(tavrine_tests
     engine/EngineConvertersTest.cpp
     shell/SettingsConvertersTest.cpp
     shell/ProcessorEditorTest.cpp
+    shell/OutputBusesTest.cpp
     gui/PluginEditorTest.cpp
     controllable/ModifiersTest.cpp
     controllable/NormalizersTest.cpp

@@ -2,6 +2,8 @@
 
 #include <juce_audio_processors/juce_audio_processors.h>
 
+#include "shell/GuiWidthValueConverter.h"
+
 class TavrinePluginProcessor;
 class TavrinePlayerInstance;
 
@@ -11,7 +13,7 @@ class TavrinePlayerInstance;
 class TavrinePluginEditor : public juce::AudioProcessorEditor, private juce::Timer
 {
 public:
-    static constexpr int kDefaultWidth = 525;
+    static constexpr int kDefaultWidth = GuiWidthValueConverter::kMedium;
     static constexpr int kDefaultHeight = 300;
 
     TavrinePluginEditor (TavrinePluginProcessor& processor, TavrinePlayerInstance& instance, bool& openedOnce);
