@@ -47,8 +47,8 @@ std::vector<float> runFast (CFastResample& converter, const std::vector<float>& 
 }
 
 // Interleaved through a CResampleBase in blocks of input frames.
-std::vector<float> runSinc (CResampleBase& converter, const std::vector<float>& input, int channels, double outputPerInput, int block,
-                            float gain = 1.0f)
+std::vector<float> runSinc (CResampleBase& converter, const std::vector<float>& input, int channels, double outputPerInput,
+                            int block, float gain = 1.0f)
 {
     std::vector<float> output, scratch;
     const int frames = static_cast<int> (input.size()) / channels;
@@ -56,7 +56,8 @@ std::vector<float> runSinc (CResampleBase& converter, const std::vector<float>& 
     {
         const int count = std::min (block, frames - at);
         scratch.assign (static_cast<size_t> (converter.getMaxOutputFrames (count, outputPerInput) * channels), 0.0f);
-        const int written = converter.process (input.data() + at * channels, scratch.data(), outputPerInput, gain, channels, count);
+        const int written =
+            converter.process (input.data() + at * channels, scratch.data(), outputPerInput, gain, channels, count);
         output.insert (output.end(), scratch.begin(), scratch.begin() + written * channels);
     }
     return output;
@@ -185,9 +186,13 @@ TEST (ResampleFloat, SineOverAConstantKeepsItsFrequencyPlaceAndGainAtEveryFactor
         {
             ASSERT_EQ (output.size(), input.size() - 3);
         }
-        EXPECT_NEAR (static_cast<double> (output.size()), input.size() * outputPerInput, 1.0 + 3.0 * std::max (outputPerInput, 1.0)) << outputPerInput;
+        EXPECT_NEAR (static_cast<double> (output.size()), input.size() * outputPerInput,
+                     1.0 + 3.0 * std::max (outputPerInput, 1.0))
+            << outputPerInput;
         for (size_t k = static_cast<size_t> (8.0 * std::max (outputPerInput, 1.0)); k < output.size(); ++k)
-            ASSERT_NEAR (output[k], gain * 0.99 * (0.4 + 0.5 * std::sin (kTwoPi * cycles * static_cast<double> (k) / outputPerInput)), 3.0e-3)
+            ASSERT_NEAR (output[k],
+                         gain * 0.99 * (0.4 + 0.5 * std::sin (kTwoPi * cycles * static_cast<double> (k) / outputPerInput)),
+                         3.0e-3)
                 << "outputPerInput " << outputPerInput << " at " << k;
     }
 }
@@ -199,7 +204,8 @@ TEST (ResampleFloat, StereoRoutineGivesThePerChannelResult)
     {
         auto stereo = makeSinc (2, 700, true);
         auto perChannel = makeSinc (2, 700, false);
-        EXPECT_EQ (runSinc (*stereo, input, 2, outputPerInput, 700), runSinc (*perChannel, input, 2, outputPerInput, 700)) << outputPerInput;
+        EXPECT_EQ (runSinc (*stereo, input, 2, outputPerInput, 700), runSinc (*perChannel, input, 2, outputPerInput, 700))
+            << outputPerInput;
     }
 }
 
@@ -222,9 +228,11 @@ TEST (ResampleFloat, InputNeededIsJustEnoughOnEveryCall)
         ASSERT_GE (written, wanted) << "call " << call;
         if (needed > 0)
         {
-            const int first = shortOfOne->process (input.data() + 2 * at, out.data(), outputPerInput, 1.0f, 2, needed - 1);
+            const int first =
+                shortOfOne->process (input.data() + 2 * at, out.data(), outputPerInput, 1.0f, 2, needed - 1);
             ASSERT_LT (first, wanted) << "call " << call;
-            ASSERT_EQ (first + shortOfOne->process (input.data() + 2 * (at + needed - 1), out.data(), outputPerInput, 1.0f, 2, 1), written);
+            const int last = shortOfOne->process (input.data() + 2 * (at + needed - 1), out.data(), outputPerInput, 1.0f, 2, 1);
+            ASSERT_EQ (first + last, written);
         }
         at += needed;
     }

@@ -40,5 +40,6 @@ TEST (PluginContract, HostIndexRunsKeyMajorFromC1ToB6)
 
 TEST (PluginContract, Lv2IdIsThePropertyUnderTheUri)
 {
-    EXPECT_EQ (lv2IdForPath ("https://example.org/t2", "loop3.gain.xyMode"), "des:https://example.org/t2:loop3_gain_xyMode");
+    EXPECT_EQ (lv2IdForPath ("https://example.org/t2", "loop3.gain.xyMode"),
+               "des:https://example.org/t2:loop3_gain_xyMode");
 }

@@ -6,7 +6,8 @@ namespace pluginCheck
 {
 Sandbox::Sandbox()
     : root (juce::File::getSpecialLocation (juce::File::tempDirectory)
-                .getChildFile ("tavrine-plugin-check-" + juce::String::toHexString (juce::Random::getSystemRandom().nextInt64())))
+                .getChildFile ("tavrine-plugin-check-"
+                               + juce::String::toHexString (juce::Random::getSystemRandom().nextInt64())))
 {
     ready = root.createDirectory() && getHome().createDirectory() && getLv2Folder().createDirectory()
             && setenv ("HOME", getHome().getFullPathName().toRawUTF8(), 1) == 0;
