@@ -1,0 +1,82 @@
+#include <atomic>
+#include <thread>
+#include <gtest/gtest.h>
+
+#include "engine/TavrineEngine.h"
+
+// Which thread changes a key's state. Run under TSan as well: the settings
+// written here from a second thread must reach the keys only through requests
+// that the rendering thread acts on.
+namespace
+{
+// Counts trigger changes made on any thread but the one named as the audio
+// thread (synchronous listeners run on the writing thread).
+class TriggerThreadWatch : public qvrControllableAPI::ParameterChangeListener
+{
+public:
+    explicit TriggerThreadWatch (TavrineEngine& e) : engine (e)
+    {
+        for (auto* loop : engine.getLoops())
+            loop->trigger->addChangeListener (this, true);
+    }
+    ~TriggerThreadWatch() override
+    {
+        for (auto* loop : engine.getLoops())
+            loop->trigger->removeChangeListener (this, true);
+    }
+    void parameterChanged (qvrControllableAPI::ParameterDef*) override
+    {
+        if (std::this_thread::get_id() != audioThread.load())
+            ++offThreadChanges;
+    }
+
+    std::atomic<std::thread::id> audioThread {};
+    std::atomic<int> offThreadChanges { 0 };
+
+private:
+    TavrineEngine& engine;
+};
+} // namespace
+
+TEST (EngineThreads, SettingsWrittenOnAnotherThreadChangeKeysOnlyOnTheAudioThread)
+{
+    TavrineEngine engine;
+    auto& master = engine.getMasterChain();
+    master.outputBpm.write (120.0); // the master tempo follows: nothing to stop
+    qvrControllableHandle::BoolParamDefHandle realtimeSetting { "enableMasterRealtimeStretching" };
+    master.bindRealtimeStretchingSetting (realtimeSetting.get());
+    engine.getAudioSource()->prepareToPlay (128, 44100.0);
+    TriggerThreadWatch watch (engine);
+
+    std::atomic<bool> writing { true };
+    std::thread audio ([&] {
+        watch.audioThread = std::this_thread::get_id();
+        juce::AudioBuffer<float> buffer (2, 128);
+        for (int block = 0; writing.load() || block < 64; ++block)
+        {
+            // As MIDI does: keys go on on the audio thread, between blocks.
+            engine.triggerKey (block % 12, true, false, 1.0f);
+            engine.getAudioSource()->getNextAudioBlock (juce::AudioSourceChannelInfo (buffer));
+        }
+        // The last setting written below switches trigger play mode off,
+        // which releases every key at the next block.
+        engine.getAudioSource()->getNextAudioBlock (juce::AudioSourceChannelInfo (buffer));
+    });
+
+    for (int i = 0; i < 300; ++i)
+    {
+        master.triggerPlayMode.write (i % 2 == 0);
+        realtimeSetting.write (i % 3 == 0);
+        master.renderTrigger.write (true);
+        std::this_thread::yield();
+    }
+    master.triggerPlayMode.write (false);
+    writing = false;
+    audio.join();
+
+    EXPECT_EQ (watch.offThreadChanges.load(), 0);
+    for (auto* loop : engine.getLoops())
+        EXPECT_FALSE (loop->trigger.read()) << "key " << engine.indexOfLoop (loop);
+    master.bindRealtimeStretchingSetting (nullptr);
+    engine.getAudioSource()->releaseResources();
+}
