@@ -16,8 +16,8 @@ juce::String TavrineEngine::getKeyName (int keyIndex)
     return noteNames()[keyIndex % 12] + juce::String (keyIndex / 12 + 1);
 }
 
-TavrineEngine::TavrineEngine (bool singleBus)
-    : numOutputBuses (singleBus ? 1 : 16), snapFactory (std::make_unique<SnapParameterFactory>()), targetKeyHolder (new qvrControllableLib::BasicControllable())
+TavrineEngine::TavrineEngine (Buses buses)
+    : numOutputBuses (buses == Buses::single ? 1 : 16), snapFactory (std::make_unique<SnapParameterFactory>()), targetKeyHolder (new qvrControllableLib::BasicControllable())
 {
     for (auto* name : { "Off", "C/a", "C#/a#", "D/b", "D#/c", "E/c#", "F/d", "F#/d#", "G/e", "G#/f", "A/f#",
                         "A#/g", "B/g#" })
@@ -53,8 +53,9 @@ void TavrineEngine::createLoop()
     triggers.add (qvrControllableLib::BoolShortcutValue (loop->trigger->getValue().get()));
 }
 
-void TavrineEngine::triggerKey (int key, bool on, bool force, float velocity)
+void TavrineEngine::triggerKey (int key, Key state, float velocity, Cut cut)
 {
+    const bool on = state == Key::on;
     // The array never changes after construction, so reading it here is the
     // snapshot.
     if ((unsigned int) key >= (unsigned int) triggers.size())
@@ -74,15 +75,21 @@ void TavrineEngine::triggerKey (int key, bool on, bool force, float velocity)
             dispatcher->editLoopIndex.write (key);
     }
 
-    if (force)
+    if (cut == Cut::now)
     {
         loop->playing.write (false);
         loop->setPendingTrigger (false, 1.0f);
     }
 }
 
+void TavrineEngine::requestReleaseAll() noexcept
+{
+    masterChain->requestReleaseAll();
+}
+
 void TavrineEngine::flushReadAhead (TavrineLoop* keepA, TavrineLoop* keepB)
 {
+    ++numFlushRequests;
     const int readAhead = masterChain->captureReadAhead();
     if (readAhead < 1)
         return;

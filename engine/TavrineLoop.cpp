@@ -138,7 +138,7 @@ void TavrineLoop::applyPendingTrigger()
     pendingTrigger.store (trigger.read());
     if (keyIndex < 0)
         keyIndex = engine.indexOfLoop (this);
-    engine.triggerKey (keyIndex, pending, false, pendingVelocity.load());
+    engine.triggerKey (keyIndex, pending ? TavrineEngine::Key::on : TavrineEngine::Key::off, pendingVelocity.load());
 }
 
 void TavrineLoop::syncTick()

@@ -137,19 +137,41 @@ void TavrineMasterChain::applyTempoLogic (ParameterDef* parameter, bool settingC
 
     if (renderNow || (tempoChanged && ! realtime))
     {
+        // The stop itself changes keys, so it belongs to the audio thread;
+        // the one-shot request is answered here.
         if (m != o)
-        {
-            for (auto* loop : engine.getLoops())
-                loop->trigger.write (false);
-            stretchFactor.write (1.0);
-            masterBpm.write (o);
-        }
+            stopForTempoRequested.store (true);
         renderTrigger.write (false);
     }
 
     if (parameter == triggerPlayMode.get() && ! triggerPlayMode.read())
-        for (int i = 0; i < engine.getNumLoops(); ++i)
-            engine.triggerKey (i, false, false, 1.0f);
+        requestReleaseAll();
+}
+
+void TavrineMasterChain::releaseAllKeys()
+{
+    for (int i = 0; i < engine.getNumLoops(); ++i)
+        engine.triggerKey (i, TavrineEngine::Key::off);
+}
+
+void TavrineMasterChain::applyRequests()
+{
+    if (stopForTempoRequested.exchange (false))
+    {
+        // Read now, not when asked: a tempo that came back meanwhile stops
+        // nothing.
+        const double o = outputBpm.read();
+        if (masterBpm.read() != o)
+        {
+            // Released while the stretcher still bends the mix, so that the
+            // flush of the first key captures what it holds.
+            releaseAllKeys();
+            stretchFactor.write (1.0);
+            masterBpm.write (o);
+        }
+    }
+    if (releaseAllRequested.exchange (false))
+        releaseAllKeys();
 }
 
 int TavrineMasterChain::captureReadAhead()
@@ -177,6 +199,7 @@ int TavrineMasterChain::captureReadAhead()
 
 void TavrineMasterChain::getNextAudioBlock (const juce::AudioSourceChannelInfo& info)
 {
+    applyRequests();
     for (auto* loop : engine.getLoops())
         loop->applyPendingTrigger();
 

@@ -20,8 +20,13 @@ class TavrineLoopMixer;
 // parameters and the tempo logic that keeps master and output tempo related
 // by output tempo = master tempo / stretchFactor.
 //
-// Threads: getNextAudioBlock on the audio thread. parameterChanged runs on the
-// thread that wrote the parameter (the audio thread for the host tempo).
+// Threads: getNextAudioBlock and captureReadAhead on the audio thread.
+// parameterChanged runs on the thread that wrote the parameter (the audio
+// thread for the host tempo, the message thread for the user's settings); it
+// writes tempo parameters there, but what changes keys (releasing them all,
+// or stopping everything for a new tempo) it only requests. The audio thread
+// acts on the requests at the start of the next block, before the loops'
+// pending triggers.
 class TavrineMasterChain : public qvrControllableAudio::AudioSourceChain,
                            public qvrControllableAPI::ParameterChangeListener
 {
@@ -56,6 +61,9 @@ public:
     void bindRealtimeStretchingSetting (qvrControllableAPI::ParameterDef* setting);
     bool isRealtimeStretching() const noexcept { return realtimeStretching.load(); }
 
+    // Any thread: every key goes off at the start of the next block.
+    void requestReleaseAll() noexcept { releaseAllRequested.store (true); }
+
     // Captures what the master stretcher holds ahead of the output; returns
     // the number of samples thrown away (below 1: nothing was held).
     int captureReadAhead();
@@ -82,6 +90,9 @@ public:
 private:
     void defineParameters();
     void applyTempoLogic (qvrControllableAPI::ParameterDef* parameter, bool settingChanged);
+    // Audio thread, at the start of each block: the requests of other threads.
+    void applyRequests();
+    void releaseAllKeys();
 
     TavrineEngine& engine;
     juce::ReferenceCountedObjectPtr<qvrControllableLib::BasicControllable> ownParameters;
@@ -91,6 +102,9 @@ private:
     juce::ReferenceCountedObjectPtr<TriggerSyncMasterSource> triggerSync;
     juce::ReferenceCountedObjectPtr<TavrineMasterTimeline> timeline;
     std::atomic<bool> realtimeStretching { false };
+    // Set by any thread, exchanged to false by the audio thread.
+    std::atomic<bool> releaseAllRequested { false };
+    std::atomic<bool> stopForTempoRequested { false };
     qvrControllableHandle::BoolParamDefHandle realtimeSetting;
     juce::AudioBuffer<float> captureBuffer { 2, kCrossfadeSamples };
     int crossfadeRemaining = 0;

@@ -115,9 +115,9 @@ void TavrinePluginProcessor::releaseResources()
 
 void TavrinePluginProcessor::reset()
 {
-    auto& engine = getEngine();
-    for (int i = 0; i < engine.getNumLoops(); ++i)
-        engine.triggerKey (i, false, false, 1.0f);
+    // Hosts call this from threads of their own: the keys go off at the
+    // start of the next block, on the audio thread.
+    getEngine().requestReleaseAll();
 }
 
 void TavrinePluginProcessor::handleTransport (bool isPlaying)
@@ -128,7 +128,7 @@ void TavrinePluginProcessor::handleTransport (bool isPlaying)
         if (! triggerPlayModeShortcut.get() && wasPlaying)
         {
             for (int i = 0; i < engine.getNumLoops(); ++i)
-                engine.triggerKey (i, false, false, 1.0f);
+                engine.triggerKey (i, TavrineEngine::Key::off);
             wasPlaying = false;
             triggerPlayModeAvailableShortcut.setNotifying (true);
         }
@@ -199,7 +199,8 @@ void TavrinePluginProcessor::processBlock (juce::AudioBuffer<float>& buffer, juc
         if (status == 0x90 || status == 0x80)
         {
             const auto message = metadata.getMessage();
-            engine.triggerKey (message.getNoteNumber() - TavrineEngine::kFirstNote, message.isNoteOn (false), false,
+            engine.triggerKey (message.getNoteNumber() - TavrineEngine::kFirstNote,
+                               message.isNoteOn (false) ? TavrineEngine::Key::on : TavrineEngine::Key::off,
                                message.getVelocity() * (1.0f / 127.0f));
         }
     }

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "engine/TavrineEngine.h"
+#include "tests/audio/AudioSourceTestSupport.h"
+#include "tests/support/AllocationCounter.h"
 
 // Which thread changes a key's state. Run under TSan as well: the settings
 // written here from a second thread must reach the keys only through requests
@@ -55,12 +57,9 @@ TEST (EngineThreads, SettingsWrittenOnAnotherThreadChangeKeysOnlyOnTheAudioThrea
         for (int block = 0; writing.load() || block < 64; ++block)
         {
             // As MIDI does: keys go on on the audio thread, between blocks.
-            engine.triggerKey (block % 12, true, false, 1.0f);
+            engine.triggerKey (block % 12, TavrineEngine::Key::on);
             engine.getAudioSource()->getNextAudioBlock (juce::AudioSourceChannelInfo (buffer));
         }
-        // The last setting written below switches trigger play mode off,
-        // which releases every key at the next block.
-        engine.getAudioSource()->getNextAudioBlock (juce::AudioSourceChannelInfo (buffer));
     });
 
     for (int i = 0; i < 300; ++i)
@@ -70,13 +69,40 @@ TEST (EngineThreads, SettingsWrittenOnAnotherThreadChangeKeysOnlyOnTheAudioThrea
         master.renderTrigger.write (true);
         std::this_thread::yield();
     }
-    master.triggerPlayMode.write (false);
     writing = false;
     audio.join();
-
     EXPECT_EQ (watch.offThreadChanges.load(), 0);
+
+    // Trigger play mode going off releases every key, at the next block of
+    // the audio thread (this one from now on).
+    watch.audioThread = std::this_thread::get_id();
+    engine.triggerKey (3, TavrineEngine::Key::on);
+    master.triggerPlayMode.write (true);
+    master.triggerPlayMode.write (false);
+    EXPECT_TRUE (engine.getLoop (3)->trigger.read());
+    juce::AudioBuffer<float> buffer (2, 128);
+    engine.getAudioSource()->getNextAudioBlock (juce::AudioSourceChannelInfo (buffer));
     for (auto* loop : engine.getLoops())
         EXPECT_FALSE (loop->trigger.read()) << "key " << engine.indexOfLoop (loop);
     master.bindRealtimeStretchingSetting (nullptr);
+    engine.getAudioSource()->releaseResources();
+}
+
+TEST (EngineThreads, ReleasingEveryKeyAtTheNextBlockAllocatesNothing)
+{
+    TavrineEngine engine;
+    engine.getMasterChain().outputBpm.write (120.0);
+    engine.getAudioSource()->prepareToPlay (128, 44100.0);
+    juce::AudioBuffer<float> buffer (2, 128);
+    auto block = [&] { engine.getAudioSource()->getNextAudioBlock (juce::AudioSourceChannelInfo (buffer)); };
+    block();
+    for (int key = 0; key < 20; ++key)
+        engine.triggerKey (key, TavrineEngine::Key::on);
+
+    engine.requestReleaseAll();
+    EXPECT_TRUE (engine.getLoop (19)->trigger.read());
+    EXPECT_EQ (tavrine::test::allocationsOnAudioThread (block), 0u);
+    for (int key = 0; key < 20; ++key)
+        EXPECT_FALSE (engine.getLoop (key)->trigger.read()) << "key " << key;
     engine.getAudioSource()->releaseResources();
 }
