@@ -43,4 +43,5 @@ target_sources(tavrine_tests PRIVATE
     audio/LoopChainSourcesTest.cpp)
 # Engine threading: which thread changes keys, read-ahead flushes, host tempo.
 target_sources(tavrine_tests PRIVATE
-    engine/EngineThreadingTest.cpp)
+    engine/EngineThreadingTest.cpp
+    engine/ReadAheadFlushTest.cpp)
