@@ -182,16 +182,19 @@ int TavrineMasterChain::captureReadAhead()
         return 0;
 
     // What the stretcher has in flight is heard for 64 more samples, fading
-    // out under the new audio; with its input muted it pulls nothing from the
-    // loops, which are then rewound by what it had read ahead.
-    const auto position = timeline->getSamplePosition();
+    // out under the new audio. With its input muted it pulls nothing from the
+    // loops, which are then rewound by what it had read ahead. Only the
+    // stretcher renders: the chain's events, timeline, gain ramp and clip
+    // watch stay where they are, so a flush between two segments of a block
+    // leaves the block as if it had been cut there. The output gain is taken
+    // as it stands.
     stretcher->setInputMuted (true);
     captureBuffer.clear();
-    AudioSourceChain::getNextAudioBlock (juce::AudioSourceChannelInfo (&captureBuffer, 0, kCrossfadeSamples));
+    stretcher->getNextAudioBlock (juce::AudioSourceChannelInfo (&captureBuffer, 0, kCrossfadeSamples));
     stretcher->setInputMuted (false);
-    timeline->setSamplePosition (position);
+    const float outputGain = (float) gain.read();
     for (int c = 0; c < captureBuffer.getNumChannels(); ++c)
-        captureBuffer.applyGainRamp (c, 0, kCrossfadeSamples, 1.0f, 0.0f);
+        captureBuffer.applyGainRamp (c, 0, kCrossfadeSamples, outputGain, 0.0f);
     crossfadeRemaining = kCrossfadeSamples;
     stretcher->resetEngine();
     return readAhead;
@@ -205,18 +208,23 @@ void TavrineMasterChain::getNextAudioBlock (const juce::AudioSourceChannelInfo& 
 
     AudioSourceChain::getNextAudioBlock (info);
     triggerSync->checkSyncTick (info.numSamples);
+}
 
-    if (crossfadeRemaining > 0)
+void TavrineMasterChain::renderSegment (const juce::AudioSourceChannelInfo& info, juce::AudioSource* source,
+                                        int numSamples)
+{
+    AudioSourceChain::renderSegment (info, source, numSamples);
+    if (crossfadeRemaining <= 0 || numSamples <= 0)
+        return;
+
+    const int n = juce::jmin (crossfadeRemaining, numSamples);
+    const int done = kCrossfadeSamples - crossfadeRemaining;
+    const int channels = juce::jmin (2, info.buffer->getNumChannels());
+    for (int c = 0; c < channels; ++c)
     {
-        const int n = juce::jmin (crossfadeRemaining, info.numSamples);
-        const int done = kCrossfadeSamples - crossfadeRemaining;
-        const int channels = juce::jmin (2, info.buffer->getNumChannels());
-        for (int c = 0; c < channels; ++c)
-        {
-            info.buffer->applyGainRamp (c, info.startSample, n, (float) done / kCrossfadeSamples,
-                                        (float) (done + n) / kCrossfadeSamples);
-            info.buffer->addFrom (c, info.startSample, captureBuffer, c, done, n);
-        }
-        crossfadeRemaining -= n;
+        info.buffer->applyGainRamp (c, info.startSample, n, (float) done / kCrossfadeSamples,
+                                    (float) (done + n) / kCrossfadeSamples);
+        info.buffer->addFrom (c, info.startSample, captureBuffer, c, done, n);
     }
+    crossfadeRemaining -= n;
 }

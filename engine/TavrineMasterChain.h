@@ -64,8 +64,12 @@ public:
     // Any thread: every key goes off at the start of the next block.
     void requestReleaseAll() noexcept { releaseAllRequested.store (true); }
 
-    // Captures what the master stretcher holds ahead of the output; returns
-    // the number of samples thrown away (below 1: nothing was held).
+    // Audio thread, between segments of the chain's render or between
+    // blocks. Captures what the master stretcher holds ahead of the output
+    // (the stretcher alone, with its input muted: no other stage, event or
+    // position of the chain moves) and resets it; the capture fades out under
+    // the next samples the chain renders. Returns the number of samples
+    // thrown away (below 1: nothing was held).
     int captureReadAhead();
 
     TavrineMasterTimeline& getMasterTimeline() noexcept { return *timeline; }
@@ -86,6 +90,11 @@ public:
     qvrControllableAudio::MeridexAudioSource& getStretcher() noexcept { return *stretcher; }
     TriggerSyncMasterSource& getTriggerSync() noexcept { return *triggerSync; }
     qvrControllableAudio::GainAudioSource& getGainSource() noexcept { return *gainSource; }
+
+protected:
+    // Audio thread: renders the segment, then lays the rest of the capture
+    // under it, so that the fade starts on the sample where the flush was.
+    void renderSegment (const juce::AudioSourceChannelInfo& info, juce::AudioSource* source, int numSamples) override;
 
 private:
     void defineParameters();
