@@ -38,20 +38,28 @@ struct FlushScene
         engine.getLoop (2)->trigger.write (true);
     }
 
-    // Renders kLength samples in pieces that end where `pieceEnd` says.
-    juce::AudioBuffer<float> render (const std::function<int (int start)>& pieceEnd)
+    // Renders `length` samples in pieces that end where `pieceEnd` says;
+    // `afterPiece` gets the index of each piece rendered.
+    juce::AudioBuffer<float> render (const std::function<int (int start)>& pieceEnd, int length = kLength,
+                                     const std::function<void (int piece)>& afterPiece = {})
     {
-        juce::AudioBuffer<float> out (2, kLength);
+        juce::AudioBuffer<float> out (2, length);
         out.clear();
-        for (int start = 0; start < kLength;)
+        for (int start = 0, piece = 0; start < length; ++piece)
         {
-            const int end = juce::jmin (kLength, pieceEnd (start));
+            const int end = juce::jmin (length, pieceEnd (start));
             engine.getAudioSource()->getNextAudioBlock (juce::AudioSourceChannelInfo (&out, start, end - start));
+            if (afterPiece)
+                afterPiece (piece);
             start = end;
         }
+        return out;
+    }
+
+    void expectTheTickStartedTheWaitingLoop()
+    {
         EXPECT_EQ (engine.getMasterChain().getTriggerSync().getNumTicks(), 1);
         EXPECT_TRUE (engine.getLoop (2)->playing.read());
-        return out;
     }
 
     TavrineEngine engine;
@@ -78,6 +86,8 @@ TEST (ReadAheadFlush, AFlushInsideABlockSoundsAsTheSameFlushBetweenBlocks)
         return start < FlushScene::kTick && end > FlushScene::kTick ? FlushScene::kTick : end;
     });
 
+    inside.expectTheTickStartedTheWaitingLoop();
+    between.expectTheTickStartedTheWaitingLoop();
     ASSERT_GE (inside.engine.getNumFlushRequests(), 1);
     // The capture of what the stretcher held is in both: not silence.
     EXPECT_GT (mid.getMagnitude (0, FlushScene::kTick, 64), 0.0f);
@@ -89,5 +99,44 @@ TEST (ReadAheadFlush, AFlushInsideABlockSoundsAsTheSameFlushWithBlocksOfOneSampl
     FlushScene inside, single;
     const auto mid = inside.render ([] (int start) { return start + 128; });
     const auto ones = single.render ([] (int start) { return start + 1; });
+    inside.expectTheTickStartedTheWaitingLoop();
+    single.expectTheTickStartedTheWaitingLoop();
     EXPECT_EQ (firstDifference (mid, ones), -1);
+}
+
+// A flush asked for while the stretcher is pulling the loops (here by an
+// event of a loop's own chain) must not render the stretcher inside itself:
+// it waits for the end of the master chain's segment, which is the end of
+// this block.
+TEST (ReadAheadFlush, AFlushAskedForWhileTheLoopsRenderWaitsForTheEndOfTheSegment)
+{
+    constexpr int kLength = 8192;
+    FlushScene nested, after;
+    int nestedBlock = -1, afterBlock = -1, block = 0;
+    auto addEvent = [&] (FlushScene& scene, bool flushInside, int& firedIn) {
+        auto* loop = scene.engine.getLoop (0);
+        loop->setTimeline (nullptr);
+        auto* engine = &scene.engine;
+        loop->getEventQueue()->add (new TestEvent (1, 5000.0, [engine, flushInside, &firedIn, &block] (TestEvent&) {
+            firedIn = block;
+            if (flushInside)
+                engine->flushReadAhead (nullptr, nullptr);
+        }));
+    };
+    addEvent (nested, true, nestedBlock);
+    addEvent (after, false, afterBlock);
+    auto blocksOf128 = [] (int start) { return start + 128; };
+
+    block = 0;
+    const auto inside = nested.render (blocksOf128, kLength, [&] (int piece) { block = piece + 1; });
+    block = 0;
+    const auto atEnd = after.render (blocksOf128, kLength, [&] (int piece) {
+        if (piece == afterBlock)
+            after.engine.flushReadAhead (nullptr, nullptr);
+        block = piece + 1;
+    });
+
+    ASSERT_GT (nestedBlock, 0);
+    ASSERT_EQ (nestedBlock, afterBlock);
+    EXPECT_EQ (firstDifference (inside, atEnd), -1);
 }
