@@ -1,5 +1,7 @@
 #include "engine/TavrineEngine.h"
 
+#include <utility>
+
 namespace
 {
 const juce::StringArray& noteNames()
@@ -90,14 +92,37 @@ void TavrineEngine::requestReleaseAll() noexcept
 void TavrineEngine::flushReadAhead (TavrineLoop* keepA, TavrineLoop* keepB)
 {
     ++numFlushRequests;
-    const int readAhead = masterChain->captureReadAhead();
-    if (readAhead < 1)
+    for (auto* keep : { keepA, keepB })
+        if (const int index = indexOfLoop (keep); index >= 0)
+            keepAtFlush[(size_t) index] = true;
+    if (masterChain->isRenderingSegment())
+    {
+        flushDeferred = true;
         return;
-    for (auto* loop : loops)
-        if (loop != keepA && loop != keepB)
-            loop->rewindMemory (readAhead);
-    if (keepA != nullptr)
-        keepA->dropMemory (readAhead);
-    if (keepB != nullptr)
-        keepB->dropMemory (readAhead);
+    }
+    flushNow();
+}
+
+void TavrineEngine::runDeferredFlush()
+{
+    if (! std::exchange (flushDeferred, false))
+        return;
+    flushNow();
+}
+
+void TavrineEngine::flushNow()
+{
+    const int readAhead = masterChain->captureReadAhead();
+    for (int i = 0; i < loops.size(); ++i)
+    {
+        if (readAhead >= 1)
+        {
+            auto* loop = loops.getUnchecked (i).get();
+            if (keepAtFlush[(size_t) i])
+                loop->dropMemory (readAhead);
+            else
+                loop->rewindMemory (readAhead);
+        }
+        keepAtFlush[(size_t) i] = false;
+    }
 }

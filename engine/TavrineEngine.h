@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 
 #include "audio/SampleRateConverter.h"
@@ -66,8 +67,13 @@ public:
     void requestReleaseAll() noexcept;
     // Throws away what the master stretcher holds ahead of the output and
     // rewinds the loops that keep playing by as much; keepA and keepB drop
-    // their memory instead.
+    // their memory instead. Asked for while the master chain renders a
+    // segment (the stretcher is then pulling the loops), it waits for the
+    // segment's end: the stretcher is never rendered inside itself.
     void flushReadAhead (TavrineLoop* keepA, TavrineLoop* keepB);
+    // Audio thread, by the master chain between segments: runs a flush that
+    // had to wait, if any.
+    void runDeferredFlush();
     // Audio thread: how many flushes were asked for so far, whether or not
     // the stretcher held anything.
     std::int64_t getNumFlushRequests() const noexcept { return numFlushRequests; }
@@ -86,7 +92,13 @@ public:
 private:
     void createLoop();
 
+    void flushNow();
+
     const int numOutputBuses;
+    // The loops that drop their memory at the next flush; the others rewind.
+    // Preallocated, so that a deferred flush allocates nothing either.
+    std::array<bool, kNumLoops> keepAtFlush {};
+    bool flushDeferred = false;
     std::int64_t numFlushRequests = 0;
     std::unique_ptr<SnapParameterFactory> snapFactory;
     juce::ReferenceCountedArray<TavrineLoop> loops;

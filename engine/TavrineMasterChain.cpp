@@ -213,7 +213,16 @@ void TavrineMasterChain::getNextAudioBlock (const juce::AudioSourceChannelInfo& 
 void TavrineMasterChain::renderSegment (const juce::AudioSourceChannelInfo& info, juce::AudioSource* source,
                                         int numSamples)
 {
+    renderingSegment = true;
     AudioSourceChain::renderSegment (info, source, numSamples);
+    renderingSegment = false;
+    mixCaptureUnder (info, numSamples);
+    // A flush asked for during the segment starts its fade with the next one.
+    engine.runDeferredFlush();
+}
+
+void TavrineMasterChain::mixCaptureUnder (const juce::AudioSourceChannelInfo& info, int numSamples)
+{
     if (crossfadeRemaining <= 0 || numSamples <= 0)
         return;
 

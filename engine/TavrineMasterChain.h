@@ -72,6 +72,10 @@ public:
     // thrown away (below 1: nothing was held).
     int captureReadAhead();
 
+    // Audio thread: whether a segment is being rendered now (the stretcher,
+    // the mixer and the loops are inside their render).
+    bool isRenderingSegment() const noexcept { return renderingSegment; }
+
     TavrineMasterTimeline& getMasterTimeline() noexcept { return *timeline; }
 
     qvrControllableHandle::BoolParamDefHandle triggerPlayMode { kTriggerPlayMode };
@@ -102,6 +106,9 @@ private:
     // Audio thread, at the start of each block: the requests of other threads.
     void applyRequests();
     void releaseAllKeys();
+    // Audio thread: fades the fresh segment in and lays the running part of
+    // the capture under it.
+    void mixCaptureUnder (const juce::AudioSourceChannelInfo& info, int numSamples);
 
     TavrineEngine& engine;
     juce::ReferenceCountedObjectPtr<qvrControllableLib::BasicControllable> ownParameters;
@@ -117,6 +124,7 @@ private:
     qvrControllableHandle::BoolParamDefHandle realtimeSetting;
     juce::AudioBuffer<float> captureBuffer { 2, kCrossfadeSamples };
     int crossfadeRemaining = 0;
+    bool renderingSegment = false;
 
     JUCE_DECLARE_NON_COPYABLE (TavrineMasterChain)
 };
