@@ -174,3 +174,40 @@ TEST (MasterTimeline, CountsBarsAtTheOutputTempoAndSamplesWithoutOne)
     engine.getMasterChain().triggerPlayMode.write (true);
     EXPECT_EQ (timeline.getSamplePosition(), 0);
 }
+
+// Hosts allow tempi well outside the usual range. A tempo taken as it is
+// compares equal on the next block, so the read-ahead is flushed once per
+// real change and not on every block; a tempo beyond the range is held at
+// its edge and compares equal as well.
+class HostTempo : public ::testing::TestWithParam<std::pair<double, double>>
+{
+};
+
+TEST_P (HostTempo, IsTakenAsItIsAndFlushesTheReadAheadOncePerChange)
+{
+    const auto [hostBpm, expectedBpm] = GetParam();
+    TavrinePluginProcessor processor;
+    FakePlayHead head;
+    head.bpm = hostBpm;
+    processor.setPlayHead (&head);
+    processor.prepareToPlay (44100.0, 64);
+    auto& engine = processor.getEngine();
+    auto& master = engine.getMasterChain();
+
+    const auto before = engine.getNumFlushRequests();
+    for (int block = 0; block < 100; ++block)
+        renderBlock (processor);
+    EXPECT_EQ (engine.getNumFlushRequests() - before, 1);
+    EXPECT_DOUBLE_EQ (master.outputBpm.read(), expectedBpm);
+    EXPECT_DOUBLE_EQ (master.masterBpm.read(), expectedBpm);
+
+    head.bpm = hostBpm * 1.5;
+    for (int block = 0; block < 100; ++block)
+        renderBlock (processor);
+    EXPECT_EQ (engine.getNumFlushRequests() - before, 2);
+    processor.setPlayHead (nullptr);
+}
+
+INSTANTIATE_TEST_SUITE_P (MasterTempo, HostTempo,
+                          ::testing::Values (std::make_pair (20.0, 20.0), std::make_pair (400.0, 400.0),
+                                             std::make_pair (0.5, 1.0), std::make_pair (5000.0, 999.0)));
