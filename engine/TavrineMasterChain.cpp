@@ -80,13 +80,13 @@ void TavrineMasterChain::defineParameters()
     // The defaults of both tempi lie outside their range on purpose: 0 means
     // "not known yet", so the default is set before the range.
     masterBpm.defaultValue = 0.0;
-    masterBpm.minimum = 30.0;
-    masterBpm.maximum = 300.0;
+    masterBpm.minimum = kMinBpm;
+    masterBpm.maximum = kMaxBpm;
     p.addParameter (masterBpm.getParameter());
 
     outputBpm.defaultValue = 0.0;
-    outputBpm.minimum = 30.0;
-    outputBpm.maximum = 300.0;
+    outputBpm.minimum = kMinBpm;
+    outputBpm.maximum = kMaxBpm;
     outputBpm->setConverter (new qvrControllableLib::OutputBpmConverter());
     p.addParameter (outputBpm.getParameter(), true);
 

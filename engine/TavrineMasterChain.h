@@ -42,6 +42,10 @@ public:
     static constexpr const char* kDetectClipping = "detectClipping";
     static constexpr const char* kTriggerSyncSnapMode = "triggerSyncSnapMode";
     static constexpr const char* kTriggerSyncSnapTimes = "triggerSyncSnapTimes";
+    // The range of both tempi: what hosts let a user set. A host tempo
+    // outside it is held at its edge before it is compared or stored.
+    static constexpr double kMinBpm = 1.0;
+    static constexpr double kMaxBpm = 999.0;
     static constexpr int kMaxBlockSize = 128;
     static constexpr int kCrossfadeSamples = 64;
 

@@ -144,13 +144,19 @@ void TavrinePluginProcessor::handleTransport (bool isPlaying)
 
 void TavrinePluginProcessor::handleTempo (double hostBpm)
 {
+    // A host that knows no tempo says 0: the one we have stays.
+    if (! (hostBpm > 0.0))
+        return;
+    // Held to the stored range first, so that an unchanged host tempo
+    // compares equal on the next block and nothing is flushed again.
+    const double bpm = juce::jlimit (TavrineMasterChain::kMinBpm, TavrineMasterChain::kMaxBpm, hostBpm);
     const double current = outputBpm.read();
-    if (hostBpm == current)
+    if (bpm == current)
         return;
     // Audio already in flight gives way before the tempo moves.
     if (std::abs (masterBpm.read() - current) < 0.01)
         getEngine().flushReadAhead (nullptr, nullptr);
-    outputBpm.write (hostBpm);
+    outputBpm.write (bpm);
 }
 
 void TavrinePluginProcessor::processBlock (juce::AudioBuffer<float>& buffer, juce::MidiBuffer& midi)

@@ -201,7 +201,7 @@ TEST_P (HostTempo, IsTakenAsItIsAndFlushesTheReadAheadOncePerChange)
     EXPECT_DOUBLE_EQ (master.outputBpm.read(), expectedBpm);
     EXPECT_DOUBLE_EQ (master.masterBpm.read(), expectedBpm);
 
-    head.bpm = hostBpm * 1.5;
+    head.bpm = 120.0; // a real change: one more flush
     for (int block = 0; block < 100; ++block)
         renderBlock (processor);
     EXPECT_EQ (engine.getNumFlushRequests() - before, 2);
