@@ -82,7 +82,6 @@ public:
     TavrineMasterChain& getMasterChain() noexcept { return *masterChain; }
     TavrineLoopMixer& getLoopMixer() noexcept { return *loopMixer; }
     TavrineEngineDispatcher& getDispatcher() noexcept { return *dispatcher; }
-    qvrControllableAudio::SampleRateConverter& getSampleRateConverter() noexcept { return *sampleRateConverter; }
     qvrControllableAPI::ParameterDef* getTargetKey() const noexcept { return targetKey.get(); }
     SnapParameterFactory& getSnapFactory() noexcept { return *snapFactory; }
 

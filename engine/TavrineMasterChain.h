@@ -95,9 +95,7 @@ public:
     qvrControllableHandle::IntParamDefHandle triggerSyncSnapMode;
     qvrControllableHandle::FloatParamDefHandle triggerSyncSnapTimes;
 
-    qvrControllableAudio::MeridexAudioSource& getStretcher() noexcept { return *stretcher; }
     TriggerSyncMasterSource& getTriggerSync() noexcept { return *triggerSync; }
-    qvrControllableAudio::GainAudioSource& getGainSource() noexcept { return *gainSource; }
 
 protected:
     // Audio thread: renders the segment, then lays the rest of the capture

@@ -54,7 +54,6 @@ int TavrineMasterTimeline::samplesUntil (const double& time)
 void TavrineMasterTimeline::advance (const int& samples)
 {
     samplePosition.fetch_add (samples);
-    numBlocks.fetch_add (1);
     AudioEventTimeline::setPosition (getPosition());
 }
 

@@ -35,13 +35,9 @@ public:
     std::int64_t samplesOf (double position) const noexcept;
 
     std::int64_t getSamplePosition() const noexcept { return samplePosition.load(); }
-    // Puts the count back, as after a render that must not have happened.
-    void setSamplePosition (std::int64_t samples) noexcept { samplePosition.store (samples); }
-    std::int64_t getNumBlocks() const noexcept { return numBlocks.load(); }
 
 private:
     std::atomic<std::int64_t> samplePosition { 0 };
-    std::atomic<std::int64_t> numBlocks { 0 };
     qvrControllableHandle::FloatParamDefHandle outputBpm;
     qvrControllableAPI::ParameterDefPtr triggerPlayMode;
 };
