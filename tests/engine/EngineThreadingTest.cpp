@@ -106,3 +106,53 @@ TEST (EngineThreads, ReleasingEveryKeyAtTheNextBlockAllocatesNothing)
         EXPECT_FALSE (engine.getLoop (key)->trigger.read()) << "key " << key;
     engine.getAudioSource()->releaseResources();
 }
+
+namespace
+{
+// A loop's sample source that, while the audio thread is inside one chosen
+// block, lets another thread write a setting and waits for it: a user's
+// write that lands in the middle of a block.
+class WriteDuringRenderSource : public juce::AudioSource
+{
+public:
+    void prepareToPlay (int, double) override {}
+    void releaseResources() override {}
+    void getNextAudioBlock (const juce::AudioSourceChannelInfo& info) override
+    {
+        info.clearActiveBufferRegion();
+        if (calls++ == writeOnCall && write)
+            std::thread (write).join();
+    }
+    int calls = 0, writeOnCall = -1;
+    std::function<void()> write;
+};
+} // namespace
+
+TEST (EngineThreads, AGridRestartWrittenDuringABlockStartsOnTheNextBlocksFirstSample)
+{
+    TavrineEngine engine;
+    auto& master = engine.getMasterChain();
+    auto& timeline = master.getMasterTimeline();
+    master.outputBpm.write (120.0);
+    auto* loop = engine.getLoop (0);
+    auto* source = new WriteDuringRenderSource();
+    loop->setHeadSource (source, true);
+    engine.getAudioSource()->prepareToPlay (100, 44100.0);
+    loop->playing.write (true);
+
+    source->writeOnCall = 3;
+    source->write = [&] {
+        master.triggerSyncSnapMode.write (8);
+        master.triggerPlayMode.write (true);
+    };
+    juce::AudioBuffer<float> buffer (2, 100);
+    for (int block = 0; block < 5; ++block)
+        engine.getAudioSource()->getNextAudioBlock (juce::AudioSourceChannelInfo (buffer));
+    ASSERT_EQ (source->calls, 5);
+
+    // The grid restarted at the start of the fifth block, and its first tick
+    // is an eighth of a bar (at 120 bpm, 11025 samples) after that.
+    EXPECT_EQ (timeline.getSamplePosition(), 100);
+    EXPECT_DOUBLE_EQ (master.getTriggerSync().getEvent()->getTime(), 0.125);
+    engine.getAudioSource()->releaseResources();
+}
