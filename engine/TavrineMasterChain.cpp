@@ -156,6 +156,8 @@ void TavrineMasterChain::releaseAllKeys()
 
 void TavrineMasterChain::applyRequests()
 {
+    timeline->applyRequestedRestart();
+    triggerSync->applyRequestedReschedule();
     if (stopForTempoRequested.exchange (false))
     {
         // Read now, not when asked: a tempo that came back meanwhile stops

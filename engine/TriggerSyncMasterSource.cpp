@@ -122,5 +122,11 @@ void TriggerSyncMasterSource::tick()
 
 void TriggerSyncMasterSource::parameterChanged (ParameterDef*)
 {
-    reschedule();
+    rescheduleRequested.store (true);
+}
+
+void TriggerSyncMasterSource::applyRequestedReschedule()
+{
+    if (rescheduleRequested.exchange (false))
+        reschedule();
 }

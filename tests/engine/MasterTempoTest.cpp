@@ -171,8 +171,14 @@ TEST (MasterTimeline, CountsBarsAtTheOutputTempoAndSamplesWithoutOne)
     EXPECT_EQ (timeline.samplesOf (0.5), 44100);
     EXPECT_NEAR (timeline.getStep(), 1.0 / 88200.0, 1e-15);
 
+    // Trigger play mode restarts the count at the start of the next block.
     engine.getMasterChain().triggerPlayMode.write (true);
-    EXPECT_EQ (timeline.getSamplePosition(), 0);
+    EXPECT_EQ (timeline.getSamplePosition(), 100);
+    engine.getAudioSource()->prepareToPlay (64, 44100.0);
+    juce::AudioBuffer<float> buffer (2, 64);
+    engine.getAudioSource()->getNextAudioBlock (juce::AudioSourceChannelInfo (buffer));
+    EXPECT_EQ (timeline.getSamplePosition(), 64);
+    engine.getAudioSource()->releaseResources();
 }
 
 // Hosts allow tempi well outside the usual range. A tempo taken as it is
