@@ -71,6 +71,8 @@ public:
 private:
     class TickEvent;
     void parameterChanged (qvrControllableAPI::ParameterDef* parameter) override;
+    // On the thread of the write: copies the value the audio thread needs.
+    void mirror (qvrControllableAPI::ParameterDef* parameter);
     void tick();
 
     TavrineEngine& engine;
@@ -84,6 +86,12 @@ private:
     juce::ReferenceCountedObjectPtr<qvrControllableAudio::AbstractAudioEvent> event;
     int ticks = 0;
     std::atomic<bool> rescheduleRequested { false };
+    // What the audio thread reads of the grid's parameters, copied by the
+    // listener: the parameters themselves may be written on another thread
+    // while a block renders.
+    std::atomic<bool> playModeOn { false };
+    std::atomic<bool> tempoKnown { false };
+    std::atomic<int> snapDivisions { kDefaultSnapMode };
 
     JUCE_DECLARE_NON_COPYABLE (TriggerSyncMasterSource)
 };
