@@ -1,5 +1,7 @@
 #include "engine/TavrineEngine.h"
 
+#include <utility>
+
 namespace
 {
 const juce::StringArray& noteNames()
@@ -16,8 +18,8 @@ juce::String TavrineEngine::getKeyName (int keyIndex)
     return noteNames()[keyIndex % 12] + juce::String (keyIndex / 12 + 1);
 }
 
-TavrineEngine::TavrineEngine (bool singleBus)
-    : numOutputBuses (singleBus ? 1 : kNumOutputBuses), snapFactory (std::make_unique<SnapParameterFactory>()), targetKeyHolder (new qvrControllableLib::BasicControllable())
+TavrineEngine::TavrineEngine (Buses buses)
+    : numOutputBuses (buses == Buses::single ? 1 : kNumOutputBuses), snapFactory (std::make_unique<SnapParameterFactory>()), targetKeyHolder (new qvrControllableLib::BasicControllable())
 {
     for (auto* name : { "Off", "C/a", "C#/a#", "D/b", "D#/c", "E/c#", "F/d", "F#/d#", "G/e", "G#/f", "A/f#",
                         "A#/g", "B/g#" })
@@ -53,8 +55,9 @@ void TavrineEngine::createLoop()
     triggers.add (qvrControllableLib::BoolShortcutValue (loop->trigger->getValue().get()));
 }
 
-void TavrineEngine::triggerKey (int key, bool on, bool force, float velocity)
+void TavrineEngine::triggerKey (int key, Key state, float velocity, Cut cut)
 {
+    const bool on = state == Key::on;
     // The array never changes after construction, so reading it here is the
     // snapshot.
     if ((unsigned int) key >= (unsigned int) triggers.size())
@@ -74,23 +77,52 @@ void TavrineEngine::triggerKey (int key, bool on, bool force, float velocity)
             dispatcher->editLoopIndex.write (key);
     }
 
-    if (force)
+    if (cut == Cut::now)
     {
         loop->playing.write (false);
         loop->setPendingTrigger (false, 1.0f);
     }
 }
 
+void TavrineEngine::requestReleaseAll() noexcept
+{
+    masterChain->requestReleaseAll();
+}
+
 void TavrineEngine::flushReadAhead (TavrineLoop* keepA, TavrineLoop* keepB)
 {
-    const int readAhead = masterChain->captureReadAhead();
-    if (readAhead < 1)
+    ++numFlushRequests;
+    for (auto* keep : { keepA, keepB })
+        if (const int index = indexOfLoop (keep); index >= 0)
+            keepAtFlush[(size_t) index] = true;
+    if (masterChain->isRenderingSegment())
+    {
+        flushDeferred = true;
         return;
-    for (auto* loop : loops)
-        if (loop != keepA && loop != keepB)
-            loop->rewindMemory (readAhead);
-    if (keepA != nullptr)
-        keepA->dropMemory (readAhead);
-    if (keepB != nullptr)
-        keepB->dropMemory (readAhead);
+    }
+    flushNow();
+}
+
+void TavrineEngine::runDeferredFlush()
+{
+    if (! std::exchange (flushDeferred, false))
+        return;
+    flushNow();
+}
+
+void TavrineEngine::flushNow()
+{
+    const int readAhead = masterChain->captureReadAhead();
+    for (int i = 0; i < loops.size(); ++i)
+    {
+        if (readAhead >= 1)
+        {
+            auto* loop = loops.getUnchecked (i).get();
+            if (keepAtFlush[(size_t) i])
+                loop->dropMemory (readAhead);
+            else
+                loop->rewindMemory (readAhead);
+        }
+        keepAtFlush[(size_t) i] = false;
+    }
 }

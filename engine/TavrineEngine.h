@@ -1,5 +1,8 @@
 #pragma once
 
+#include <array>
+#include <cstdint>
+
 #include "audio/SampleRateConverter.h"
 #include "controllable/lib/ShortcutValue.h"
 #include "engine/TavrineEngineDispatcher.h"
@@ -13,8 +16,10 @@
 // (the only object that sees the host's rate; inside, everything runs at
 // 44100 Hz). The loop array never changes after construction.
 //
-// Threads: triggerKey and flushReadAhead are safe on the audio thread; other
-// threads use TavrineLoop::setPendingTrigger.
+// Threads: triggerKey and flushReadAhead run on the audio thread only. Any
+// other thread asks instead: TavrineLoop::setPendingTrigger for one key,
+// requestReleaseAll for all of them; the audio thread acts on both at the
+// start of the next master block.
 class TavrineEngine : public qvrControllableAudio::AudioSourceProvider
 {
 public:
@@ -26,8 +31,27 @@ public:
     static constexpr double kInternalSampleRate = 44100.0;
     static constexpr const char* kTargetKey = "targetKey";
 
-    // singleBus: one output bus instead of 16.
-    explicit TavrineEngine (bool singleBus = false);
+    // How many stereo output buses the loops can be routed to.
+    enum class Buses
+    {
+        single,
+        sixteen
+    };
+    // What a key is asked to do: go on, or go off (through its release).
+    enum class Key
+    {
+        off,
+        on
+    };
+    // Whether a key also stops sounding at once, with no release and no
+    // pending trigger left behind.
+    enum class Cut
+    {
+        no,
+        now
+    };
+
+    explicit TavrineEngine (Buses buses = Buses::sixteen);
     ~TavrineEngine() override;
 
     juce::AudioSource* getAudioSource() override { return sampleRateConverter.get(); }
@@ -38,19 +62,29 @@ public:
     int getNumLoops() const noexcept { return loops.size(); }
     int indexOfLoop (const TavrineLoop* loop) const noexcept { return loops.indexOf (loop); }
 
-    // Audio thread (from MIDI) or any thread that owns the audio lock.
+    // Audio thread (MIDI, pending triggers, the master chain's requests).
     // A key that, read as unsigned, is at or beyond the loop count is ignored.
-    void triggerKey (int key, bool on, bool force, float velocity);
+    // velocity: the linear gain a key going on takes.
+    void triggerKey (int key, Key state, float velocity = 1.0f, Cut cut = Cut::no);
+    // Any thread: every key goes off at the start of the next master block.
+    void requestReleaseAll() noexcept;
     // Throws away what the master stretcher holds ahead of the output and
     // rewinds the loops that keep playing by as much; keepA and keepB drop
-    // their memory instead.
+    // their memory instead. Asked for while the master chain renders a
+    // segment (the stretcher is then pulling the loops), it waits for the
+    // segment's end: the stretcher is never rendered inside itself.
     void flushReadAhead (TavrineLoop* keepA, TavrineLoop* keepB);
+    // Audio thread, by the master chain between segments: runs a flush that
+    // had to wait, if any.
+    void runDeferredFlush();
+    // Audio thread: how many flushes were asked for so far, whether or not
+    // the stretcher held anything.
+    std::int64_t getNumFlushRequests() const noexcept { return numFlushRequests; }
 
     int getNumOutputBuses() const noexcept { return numOutputBuses; }
     TavrineMasterChain& getMasterChain() noexcept { return *masterChain; }
     TavrineLoopMixer& getLoopMixer() noexcept { return *loopMixer; }
     TavrineEngineDispatcher& getDispatcher() noexcept { return *dispatcher; }
-    qvrControllableAudio::SampleRateConverter& getSampleRateConverter() noexcept { return *sampleRateConverter; }
     qvrControllableAPI::ParameterDef* getTargetKey() const noexcept { return targetKey.get(); }
     SnapParameterFactory& getSnapFactory() noexcept { return *snapFactory; }
 
@@ -60,7 +94,14 @@ public:
 private:
     void createLoop();
 
+    void flushNow();
+
     const int numOutputBuses;
+    // The loops that drop their memory at the next flush; the others rewind.
+    // Preallocated, so that a deferred flush allocates nothing either.
+    std::array<bool, kNumLoops> keepAtFlush {};
+    bool flushDeferred = false;
+    std::int64_t numFlushRequests = 0;
     std::unique_ptr<SnapParameterFactory> snapFactory;
     juce::ReferenceCountedArray<TavrineLoop> loops;
     juce::Array<qvrControllableLib::BoolShortcutValue> triggers;

@@ -138,7 +138,7 @@ void TavrineLoop::applyPendingTrigger()
     pendingTrigger.store (trigger.read());
     if (keyIndex < 0)
         keyIndex = engine.indexOfLoop (this);
-    engine.triggerKey (keyIndex, pending, false, pendingVelocity.load());
+    engine.triggerKey (keyIndex, pending ? TavrineEngine::Key::on : TavrineEngine::Key::off, pendingVelocity.load());
 }
 
 void TavrineLoop::syncTick()
@@ -152,11 +152,6 @@ void TavrineLoop::syncTick()
     }
 }
 
-void TavrineLoop::setVelocity (double velocity)
-{
-    gainFine.write (velocity);
-}
-
 bool TavrineLoop::isActive() const noexcept
 {
     return playing.read() || trigger.read();
@@ -164,13 +159,13 @@ bool TavrineLoop::isActive() const noexcept
 
 void TavrineLoop::getNextAudioBlock (const juce::AudioSourceChannelInfo& info)
 {
-    if (! playing.read())
+    // An idle loop, or one without a sample source, plays silence; otherwise
+    // the chain writes every sample of the region itself.
+    if (! playing.read() || getPulledSource() == nullptr)
     {
         info.clearActiveBufferRegion();
         return;
     }
-    // A loop without a sample source has nothing to add.
-    info.clearActiveBufferRegion();
     MemorizingAudioChain::getNextAudioBlock (info);
 }
 

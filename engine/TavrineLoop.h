@@ -63,8 +63,6 @@ public:
     void setPendingTrigger (bool on, float velocity);
     // Audio thread, at the start of each master block.
     void applyPendingTrigger();
-    // Writes gain.fine, notifying if it changed.
-    void setVelocity (double velocity);
     // Audio thread, on each tick of the trigger sync grid: a loop that waits
     // for the grid (triggered, not playing) starts now.
     void syncTick();

@@ -80,13 +80,13 @@ void TavrineMasterChain::defineParameters()
     // The defaults of both tempi lie outside their range on purpose: 0 means
     // "not known yet", so the default is set before the range.
     masterBpm.defaultValue = 0.0;
-    masterBpm.minimum = 30.0;
-    masterBpm.maximum = 300.0;
+    masterBpm.minimum = kMinBpm;
+    masterBpm.maximum = kMaxBpm;
     p.addParameter (masterBpm.getParameter());
 
     outputBpm.defaultValue = 0.0;
-    outputBpm.minimum = 30.0;
-    outputBpm.maximum = 300.0;
+    outputBpm.minimum = kMinBpm;
+    outputBpm.maximum = kMaxBpm;
     outputBpm->setConverter (new OutputBpmConverter());
     p.addParameter (outputBpm.getParameter(), true);
 
@@ -137,19 +137,43 @@ void TavrineMasterChain::applyTempoLogic (ParameterDef* parameter, bool settingC
 
     if (renderNow || (tempoChanged && ! realtime))
     {
+        // The stop itself changes keys, so it belongs to the audio thread;
+        // the one-shot request is answered here.
         if (m != o)
-        {
-            for (auto* loop : engine.getLoops())
-                loop->trigger.write (false);
-            stretchFactor.write (1.0);
-            masterBpm.write (o);
-        }
+            stopForTempoRequested.store (true);
         renderTrigger.write (false);
     }
 
     if (parameter == triggerPlayMode.get() && ! triggerPlayMode.read())
-        for (int i = 0; i < engine.getNumLoops(); ++i)
-            engine.triggerKey (i, false, false, 1.0f);
+        requestReleaseAll();
+}
+
+void TavrineMasterChain::releaseAllKeys()
+{
+    for (int i = 0; i < engine.getNumLoops(); ++i)
+        engine.triggerKey (i, TavrineEngine::Key::off);
+}
+
+void TavrineMasterChain::applyRequests()
+{
+    timeline->applyRequestedRestart();
+    triggerSync->applyRequestedReschedule();
+    if (stopForTempoRequested.exchange (false))
+    {
+        // Read now, not when asked: a tempo that came back meanwhile stops
+        // nothing.
+        const double o = outputBpm.read();
+        if (masterBpm.read() != o)
+        {
+            // Released while the stretcher still bends the mix, so that the
+            // flush of the first key captures what it holds.
+            releaseAllKeys();
+            stretchFactor.write (1.0);
+            masterBpm.write (o);
+        }
+    }
+    if (releaseAllRequested.exchange (false))
+        releaseAllKeys();
 }
 
 int TavrineMasterChain::captureReadAhead()
@@ -160,16 +184,19 @@ int TavrineMasterChain::captureReadAhead()
         return 0;
 
     // What the stretcher has in flight is heard for 64 more samples, fading
-    // out under the new audio; with its input muted it pulls nothing from the
-    // loops, which are then rewound by what it had read ahead.
-    const auto position = timeline->getSamplePosition();
+    // out under the new audio. With its input muted it pulls nothing from the
+    // loops, which are then rewound by what it had read ahead. Only the
+    // stretcher renders: the chain's events, timeline, gain ramp and clip
+    // watch stay where they are, so a flush between two segments of a block
+    // leaves the block as if it had been cut there. The output gain is taken
+    // as it stands.
     stretcher->setInputMuted (true);
     captureBuffer.clear();
-    AudioSourceChain::getNextAudioBlock (juce::AudioSourceChannelInfo (&captureBuffer, 0, kCrossfadeSamples));
+    stretcher->getNextAudioBlock (juce::AudioSourceChannelInfo (&captureBuffer, 0, kCrossfadeSamples));
     stretcher->setInputMuted (false);
-    timeline->setSamplePosition (position);
+    const float outputGain = (float) gain.read();
     for (int c = 0; c < captureBuffer.getNumChannels(); ++c)
-        captureBuffer.applyGainRamp (c, 0, kCrossfadeSamples, 1.0f, 0.0f);
+        captureBuffer.applyGainRamp (c, 0, kCrossfadeSamples, outputGain, 0.0f);
     crossfadeRemaining = kCrossfadeSamples;
     stretcher->resetEngine();
     return readAhead;
@@ -177,23 +204,38 @@ int TavrineMasterChain::captureReadAhead()
 
 void TavrineMasterChain::getNextAudioBlock (const juce::AudioSourceChannelInfo& info)
 {
+    applyRequests();
     for (auto* loop : engine.getLoops())
         loop->applyPendingTrigger();
 
     AudioSourceChain::getNextAudioBlock (info);
     triggerSync->checkSyncTick (info.numSamples);
+}
 
-    if (crossfadeRemaining > 0)
+void TavrineMasterChain::renderSegment (const juce::AudioSourceChannelInfo& info, juce::AudioSource* source,
+                                        int numSamples)
+{
+    renderingSegment = true;
+    AudioSourceChain::renderSegment (info, source, numSamples);
+    renderingSegment = false;
+    mixCaptureUnder (info, numSamples);
+    // A flush asked for during the segment starts its fade with the next one.
+    engine.runDeferredFlush();
+}
+
+void TavrineMasterChain::mixCaptureUnder (const juce::AudioSourceChannelInfo& info, int numSamples)
+{
+    if (crossfadeRemaining <= 0 || numSamples <= 0)
+        return;
+
+    const int n = juce::jmin (crossfadeRemaining, numSamples);
+    const int done = kCrossfadeSamples - crossfadeRemaining;
+    const int channels = juce::jmin (2, info.buffer->getNumChannels());
+    for (int c = 0; c < channels; ++c)
     {
-        const int n = juce::jmin (crossfadeRemaining, info.numSamples);
-        const int done = kCrossfadeSamples - crossfadeRemaining;
-        const int channels = juce::jmin (2, info.buffer->getNumChannels());
-        for (int c = 0; c < channels; ++c)
-        {
-            info.buffer->applyGainRamp (c, info.startSample, n, (float) done / kCrossfadeSamples,
-                                        (float) (done + n) / kCrossfadeSamples);
-            info.buffer->addFrom (c, info.startSample, captureBuffer, c, done, n);
-        }
-        crossfadeRemaining -= n;
+        info.buffer->applyGainRamp (c, info.startSample, n, (float) done / kCrossfadeSamples,
+                                    (float) (done + n) / kCrossfadeSamples);
+        info.buffer->addFrom (c, info.startSample, captureBuffer, c, done, n);
     }
+    crossfadeRemaining -= n;
 }

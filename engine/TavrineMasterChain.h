@@ -20,8 +20,13 @@ class TavrineLoopMixer;
 // parameters and the tempo logic that keeps master and output tempo related
 // by output tempo = master tempo / stretchFactor.
 //
-// Threads: getNextAudioBlock on the audio thread. parameterChanged runs on the
-// thread that wrote the parameter (the audio thread for the host tempo).
+// Threads: getNextAudioBlock and captureReadAhead on the audio thread.
+// parameterChanged runs on the thread that wrote the parameter (the audio
+// thread for the host tempo, the message thread for the user's settings); it
+// writes tempo parameters there, but what changes keys (releasing them all,
+// or stopping everything for a new tempo) it only requests. The audio thread
+// acts on the requests at the start of the next block, before the loops'
+// pending triggers.
 class TavrineMasterChain : public qvrControllableAudio::AudioSourceChain,
                            public qvrControllableAPI::ParameterChangeListener
 {
@@ -37,6 +42,10 @@ public:
     static constexpr const char* kDetectClipping = "detectClipping";
     static constexpr const char* kTriggerSyncSnapMode = "triggerSyncSnapMode";
     static constexpr const char* kTriggerSyncSnapTimes = "triggerSyncSnapTimes";
+    // The range of both tempi: what hosts let a user set. A host tempo
+    // outside it is held at its edge before it is compared or stored.
+    static constexpr double kMinBpm = 1.0;
+    static constexpr double kMaxBpm = 999.0;
     static constexpr int kMaxBlockSize = 128;
     static constexpr int kCrossfadeSamples = 64;
 
@@ -56,9 +65,20 @@ public:
     void bindRealtimeStretchingSetting (qvrControllableAPI::ParameterDef* setting);
     bool isRealtimeStretching() const noexcept { return realtimeStretching.load(); }
 
-    // Captures what the master stretcher holds ahead of the output; returns
-    // the number of samples thrown away (below 1: nothing was held).
+    // Any thread: every key goes off at the start of the next block.
+    void requestReleaseAll() noexcept { releaseAllRequested.store (true); }
+
+    // Audio thread, between segments of the chain's render or between
+    // blocks. Captures what the master stretcher holds ahead of the output
+    // (the stretcher alone, with its input muted: no other stage, event or
+    // position of the chain moves) and resets it; the capture fades out under
+    // the next samples the chain renders. Returns the number of samples
+    // thrown away (below 1: nothing was held).
     int captureReadAhead();
+
+    // Audio thread: whether a segment is being rendered now (the stretcher,
+    // the mixer and the loops are inside their render).
+    bool isRenderingSegment() const noexcept { return renderingSegment; }
 
     TavrineMasterTimeline& getMasterTimeline() noexcept { return *timeline; }
 
@@ -75,13 +95,22 @@ public:
     qvrControllableHandle::IntParamDefHandle triggerSyncSnapMode;
     qvrControllableHandle::FloatParamDefHandle triggerSyncSnapTimes;
 
-    qvrControllableAudio::MeridexAudioSource& getStretcher() noexcept { return *stretcher; }
     TriggerSyncMasterSource& getTriggerSync() noexcept { return *triggerSync; }
-    qvrControllableAudio::GainAudioSource& getGainSource() noexcept { return *gainSource; }
+
+protected:
+    // Audio thread: renders the segment, then lays the rest of the capture
+    // under it, so that the fade starts on the sample where the flush was.
+    void renderSegment (const juce::AudioSourceChannelInfo& info, juce::AudioSource* source, int numSamples) override;
 
 private:
     void defineParameters();
     void applyTempoLogic (qvrControllableAPI::ParameterDef* parameter, bool settingChanged);
+    // Audio thread, at the start of each block: the requests of other threads.
+    void applyRequests();
+    void releaseAllKeys();
+    // Audio thread: fades the fresh segment in and lays the running part of
+    // the capture under it.
+    void mixCaptureUnder (const juce::AudioSourceChannelInfo& info, int numSamples);
 
     TavrineEngine& engine;
     juce::ReferenceCountedObjectPtr<qvrControllableLib::BasicControllable> ownParameters;
@@ -91,9 +120,13 @@ private:
     juce::ReferenceCountedObjectPtr<TriggerSyncMasterSource> triggerSync;
     juce::ReferenceCountedObjectPtr<TavrineMasterTimeline> timeline;
     std::atomic<bool> realtimeStretching { false };
+    // Set by any thread, exchanged to false by the audio thread.
+    std::atomic<bool> releaseAllRequested { false };
+    std::atomic<bool> stopForTempoRequested { false };
     qvrControllableHandle::BoolParamDefHandle realtimeSetting;
     juce::AudioBuffer<float> captureBuffer { 2, kCrossfadeSamples };
     int crossfadeRemaining = 0;
+    bool renderingSegment = false;
 
     JUCE_DECLARE_NON_COPYABLE (TavrineMasterChain)
 };

@@ -54,7 +54,6 @@ int TavrineMasterTimeline::samplesUntil (const double& time)
 void TavrineMasterTimeline::advance (const int& samples)
 {
     samplePosition.fetch_add (samples);
-    numBlocks.fetch_add (1);
     AudioEventTimeline::setPosition (getPosition());
 }
 
@@ -66,5 +65,11 @@ bool TavrineMasterTimeline::isReachable (const double& time)
 void TavrineMasterTimeline::parameterChanged (qvrControllableAPI::ParameterDef* parameter)
 {
     if (parameter == triggerPlayMode.get() && parameter->getValue()->getBool())
-        samplePosition.store (0);
+        restartRequested.store (true);
+}
+
+void TavrineMasterTimeline::applyRequestedRestart()
+{
+    if (restartRequested.exchange (false))
+        setPosition (0.0);
 }

@@ -10,7 +10,9 @@
 // grid is free-running: it restarts when trigger play mode goes on.
 //
 // Threads: audio thread, but for construction and the listener, which runs on
-// the thread that switches trigger play mode.
+// the thread that switches trigger play mode and only asks for the restart;
+// the master chain restarts the count at the start of its next block, so that
+// the grid always begins on a block's first sample.
 class TavrineMasterTimeline : public qvrControllableAudio::AudioEventTimeline,
                               public qvrControllableAPI::ParameterChangeListener
 {
@@ -35,13 +37,13 @@ public:
     std::int64_t samplesOf (double position) const noexcept;
 
     std::int64_t getSamplePosition() const noexcept { return samplePosition.load(); }
-    // Puts the count back, as after a render that must not have happened.
-    void setSamplePosition (std::int64_t samples) noexcept { samplePosition.store (samples); }
-    std::int64_t getNumBlocks() const noexcept { return numBlocks.load(); }
+    // Audio thread, at the start of a block: restarts the count if trigger
+    // play mode went on since the last block.
+    void applyRequestedRestart();
 
 private:
     std::atomic<std::int64_t> samplePosition { 0 };
-    std::atomic<std::int64_t> numBlocks { 0 };
+    std::atomic<bool> restartRequested { false };
     qvrControllableHandle::FloatParamDefHandle outputBpm;
     qvrControllableAPI::ParameterDefPtr triggerPlayMode;
 };

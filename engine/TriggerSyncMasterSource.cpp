@@ -18,7 +18,7 @@ public:
     // Enabled while trigger play mode is on and a master tempo is known.
     bool isEnabled() override
     {
-        return AbstractAudioEvent::isEnabled() && source.triggerPlayMode.read() && source.masterBpm.read() > 0.0;
+        return AbstractAudioEvent::isEnabled() && source.playModeOn.load() && source.tempoKnown.load();
     }
 
     void process() override { source.tick(); }
@@ -43,7 +43,10 @@ TriggerSyncMasterSource::TriggerSyncMasterSource (TavrineEngine& owner, TavrineM
     queue->add (event.get());
 
     for (auto* p : { triggerSyncSnapMode.get(), triggerPlayMode.get(), masterBpm.get() })
+    {
+        mirror (p);
         p->addChangeListener (this, true);
+    }
 }
 
 TriggerSyncMasterSource::~TriggerSyncMasterSource()
@@ -67,7 +70,7 @@ double TriggerSyncMasterSource::nextTick (double position) const
     const double fraction = position - floorBar;
     // The grid is i / n, the same positions the snap times list holds; the
     // list itself may be rebuilt on the message thread meanwhile.
-    const int n = juce::jmax (1, triggerSyncSnapMode.read());
+    const int n = juce::jmax (1, snapDivisions.load());
     for (int i = 0; i <= n; ++i)
     {
         const double t = (double) i / n;
@@ -95,7 +98,7 @@ bool TriggerSyncMasterSource::addToTriggerGroup (TavrineLoop* loop, bool start)
     if (! group.contains (loop))
         group.add (loop);
     if (group.size() > 1)
-        return ! triggerPlayMode.read();
+        return ! playModeOn.load();
 
     // The first loop defines the grid: it starts now, and the grid with it.
     timeline.setPosition (0.0);
@@ -120,7 +123,24 @@ void TriggerSyncMasterSource::tick()
         loop->syncTick();
 }
 
-void TriggerSyncMasterSource::parameterChanged (ParameterDef*)
+void TriggerSyncMasterSource::mirror (ParameterDef* parameter)
 {
-    reschedule();
+    if (parameter == triggerPlayMode.get())
+        playModeOn.store (triggerPlayMode.read());
+    else if (parameter == masterBpm.get())
+        tempoKnown.store (masterBpm.read() > 0.0);
+    else if (parameter == triggerSyncSnapMode.get())
+        snapDivisions.store (triggerSyncSnapMode.read());
+}
+
+void TriggerSyncMasterSource::parameterChanged (ParameterDef* parameter)
+{
+    mirror (parameter);
+    rescheduleRequested.store (true);
+}
+
+void TriggerSyncMasterSource::applyRequestedReschedule()
+{
+    if (rescheduleRequested.exchange (false))
+        reschedule();
 }

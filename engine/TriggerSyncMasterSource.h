@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+
 #include "audio/AbstractAudioEvent.h"
 #include "audio/AudioEventQueue.h"
 #include "audio/AudioSourceProvider.h"
@@ -17,8 +19,10 @@ class SnapParameterFactory;
 // source passes audio through untouched; its one event in the master
 // timeline's queue ticks the grid.
 //
-// Threads: addToTriggerGroup, checkSyncTick and the event run on the audio
-// thread. The group is preallocated for every loop, so joining allocates
+// Threads: addToTriggerGroup, checkSyncTick, reschedule and the event run on
+// the audio thread. A change of the grid's parameters, on whatever thread,
+// only asks for a reschedule, done at the start of the master chain's next
+// block (after the timeline's own restart). The group is preallocated for every loop, so joining allocates
 // nothing.
 class TriggerSyncMasterSource : public qvrControllableAudio::ChainableAudioSourceProvider,
                                 public juce::AudioSource,
@@ -54,6 +58,8 @@ public:
     void checkSyncTick (int blockSize);
     // Moves the event to the next tick after the timeline's position.
     void reschedule();
+    // Audio thread, at the start of a block: reschedules if the grid changed.
+    void applyRequestedReschedule();
 
     bool isInGroup (const TavrineLoop* loop) const noexcept { return group.contains (const_cast<TavrineLoop*> (loop)); }
     int getNumTicks() const noexcept { return ticks; }
@@ -65,6 +71,8 @@ public:
 private:
     class TickEvent;
     void parameterChanged (qvrControllableAPI::ParameterDef* parameter) override;
+    // On the thread of the write: copies the value the audio thread needs.
+    void mirror (qvrControllableAPI::ParameterDef* parameter);
     void tick();
 
     TavrineEngine& engine;
@@ -77,6 +85,13 @@ private:
     juce::Array<TavrineLoop*> group;
     juce::ReferenceCountedObjectPtr<qvrControllableAudio::AbstractAudioEvent> event;
     int ticks = 0;
+    std::atomic<bool> rescheduleRequested { false };
+    // What the audio thread reads of the grid's parameters, copied by the
+    // listener: the parameters themselves may be written on another thread
+    // while a block renders.
+    std::atomic<bool> playModeOn { false };
+    std::atomic<bool> tempoKnown { false };
+    std::atomic<int> snapDivisions { kDefaultSnapMode };
 
     JUCE_DECLARE_NON_COPYABLE (TriggerSyncMasterSource)
 };

@@ -1,6 +1,6 @@
 #include "shell/TavrinePlayerInstance.h"
 
-TavrinePlayerInstance::TavrinePlayerInstance() : engine (new TavrineEngine (false)) {}
+TavrinePlayerInstance::TavrinePlayerInstance() : engine (new TavrineEngine (TavrineEngine::Buses::sixteen)) {}
 
 TavrinePlayerInstance::~TavrinePlayerInstance()
 {

@@ -114,9 +114,9 @@ void TavrinePluginProcessor::releaseResources()
 
 void TavrinePluginProcessor::reset()
 {
-    auto& engine = getEngine();
-    for (int i = 0; i < engine.getNumLoops(); ++i)
-        engine.triggerKey (i, false, false, 1.0f);
+    // Hosts call this from threads of their own: the keys go off at the
+    // start of the next block, on the audio thread.
+    getEngine().requestReleaseAll();
 }
 
 void TavrinePluginProcessor::handleTransport (bool isPlaying)
@@ -127,7 +127,7 @@ void TavrinePluginProcessor::handleTransport (bool isPlaying)
         if (! triggerPlayModeShortcut.get() && wasPlaying)
         {
             for (int i = 0; i < engine.getNumLoops(); ++i)
-                engine.triggerKey (i, false, false, 1.0f);
+                engine.triggerKey (i, TavrineEngine::Key::off);
             wasPlaying = false;
             triggerPlayModeAvailableShortcut.setNotifying (true);
         }
@@ -143,13 +143,19 @@ void TavrinePluginProcessor::handleTransport (bool isPlaying)
 
 void TavrinePluginProcessor::handleTempo (double hostBpm)
 {
+    // A host that knows no tempo says 0: the one we have stays.
+    if (! (hostBpm > 0.0))
+        return;
+    // Held to the stored range first, so that an unchanged host tempo
+    // compares equal on the next block and nothing is flushed again.
+    const double bpm = juce::jlimit (TavrineMasterChain::kMinBpm, TavrineMasterChain::kMaxBpm, hostBpm);
     const double current = outputBpm.read();
-    if (hostBpm == current)
+    if (bpm == current)
         return;
     // Audio already in flight gives way before the tempo moves.
     if (std::abs (masterBpm.read() - current) < 0.01)
         getEngine().flushReadAhead (nullptr, nullptr);
-    outputBpm.write (hostBpm);
+    outputBpm.write (bpm);
 }
 
 void TavrinePluginProcessor::processBlock (juce::AudioBuffer<float>& buffer, juce::MidiBuffer& midi)
@@ -198,7 +204,8 @@ void TavrinePluginProcessor::processBlock (juce::AudioBuffer<float>& buffer, juc
         if (status == 0x90 || status == 0x80)
         {
             const auto message = metadata.getMessage();
-            engine.triggerKey (message.getNoteNumber() - TavrineEngine::kFirstNote, message.isNoteOn (false), false,
+            engine.triggerKey (message.getNoteNumber() - TavrineEngine::kFirstNote,
+                               message.isNoteOn (false) ? TavrineEngine::Key::on : TavrineEngine::Key::off,
                                message.getVelocity() * (1.0f / 127.0f));
         }
     }

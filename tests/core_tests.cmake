@@ -46,3 +46,7 @@ target_sources(tavrine_tests PRIVATE
     audio/BalanceAndEqSourceTest.cpp
     audio/ParameterInterpolatorTest.cpp
     audio/LoopChainSourcesTest.cpp)
+# Engine threading: which thread changes keys, read-ahead flushes, host tempo.
+target_sources(tavrine_tests PRIVATE
+    engine/EngineThreadingTest.cpp
+    engine/ReadAheadFlushTest.cpp)

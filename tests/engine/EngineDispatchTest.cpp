@@ -64,20 +64,20 @@ TEST (EngineTrigger, TheTriggeredKeyBecomesTheEditedLoopOnlyWhileTriggerSwitchIs
 {
     TavrineEngine engine;
     auto& dispatcher = engine.getDispatcher();
-    engine.triggerKey (12, true, false, 0.5f);
+    engine.triggerKey (12, TavrineEngine::Key::on, 0.5f);
     EXPECT_EQ (dispatcher.editLoopIndex.read(), 12);
     EXPECT_DOUBLE_EQ (engine.getLoop (12)->gainFine.read(), 0.5);
 
     dispatcher.triggerSwitch.write (false);
-    engine.triggerKey (20, true, false, 1.0f);
+    engine.triggerKey (20, TavrineEngine::Key::on);
     EXPECT_EQ (dispatcher.editLoopIndex.read(), 12);
     EXPECT_TRUE (engine.getLoop (20)->trigger.read());
 
     // A release keeps the velocity; out-of-range keys are ignored.
-    engine.triggerKey (12, false, false, 0.1f);
+    engine.triggerKey (12, TavrineEngine::Key::off, 0.1f);
     EXPECT_DOUBLE_EQ (engine.getLoop (12)->gainFine.read(), 0.5);
-    engine.triggerKey (-1, true, false, 1.0f);
-    engine.triggerKey (72, true, false, 1.0f);
+    engine.triggerKey (-1, TavrineEngine::Key::on);
+    engine.triggerKey (72, TavrineEngine::Key::on);
 }
 
 TEST (EngineTrigger, PendingTriggersFromOtherThreadsActAtTheNextMasterBlock)

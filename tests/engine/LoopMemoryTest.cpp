@@ -37,3 +37,37 @@ TEST (LoopMemory, ADroppedLoopMovesItsReadPositionBackAndAKeptLoopReplays)
     // A replay is not played again: the count since the trigger stands.
     EXPECT_EQ (kept->samplesPlayedInLoop.read(), 300);
 }
+
+// Whatever the buffer held before: an idle loop and a playing loop without a
+// sample source give silence, a playing loop with one gives exactly its
+// source.
+TEST (LoopRender, EveryLoopOverwritesItsRegion)
+{
+    TavrineEngine engine;
+    auto* withSource = engine.getLoop (0);
+    auto* withoutSource = engine.getLoop (1);
+    withSource->setHeadSource (new HashSource(), true);
+    for (auto* loop : { withSource, withoutSource })
+        loop->prepareToPlay (128, 44100.0);
+
+    juce::AudioBuffer<float> buffer (2, 96);
+    for (bool playing : { false, true })
+        for (auto* loop : { withSource, withoutSource })
+        {
+            loop->playing.write (playing);
+            buffer.clear();
+            for (int c = 0; c < 2; ++c)
+                juce::FloatVectorOperations::fill (buffer.getWritePointer (c), 0.75f, 96);
+            loop->getNextAudioBlock (juce::AudioSourceChannelInfo (&buffer, 16, 64));
+            for (int c = 0; c < 2; ++c)
+                for (int i = 0; i < 96; ++i)
+                {
+                    const bool inRegion = i >= 16 && i < 80;
+                    const float expected = ! inRegion ? 0.75f
+                                           : (playing && loop == withSource) ? HashSource::valueAt (i - 16, c)
+                                                                              : 0.0f;
+                    ASSERT_EQ (buffer.getSample (c, i), expected) << "playing " << playing << " loop "
+                                                                  << engine.indexOfLoop (loop) << " sample " << i;
+                }
+        }
+}

@@ -81,6 +81,7 @@ TEST (TriggerSync, ATickTheTimelineJumpedPastIsMovedToTheGrid)
     master.outputBpm.write (120.0);
     master.triggerPlayMode.write (true);
     auto& sync = master.getTriggerSync();
+    render (*engine.getAudioSource(), 2, 128, 128); // the grid restarts here
     ASSERT_DOUBLE_EQ (sync.getEvent()->getTime(), 0.25);
 
     master.getMasterTimeline().setPosition (3.6);
