@@ -1,10 +1,33 @@
 #pragma once
 
 #include <atomic>
+#include <memory>
 
 #include "controllable/toolbox/AutomatedAudioProcessor.h"
 #include "shell/TavrinePlayerInstance.h"
 #include "shell/TavrineSettings.h"
+
+// Holds the message thread out for the whole life of a plug-in instance that
+// a host builds or destroys on a thread of its own. As the processor's first
+// base it is built before, and destroyed after, every other base and member;
+// the processor lets go at the end of its constructor and takes the lock again
+// at the start of its destructor, so the lock is taken twice per instance at
+// most (the message manager's lock is costly and racy when taken often). On
+// the message thread itself, or with no message manager, it does nothing.
+class MessageThreadGuard
+{
+protected:
+    MessageThreadGuard() { holdMessageThread(); }
+    ~MessageThreadGuard() = default;
+
+    void holdMessageThread();
+    void releaseMessageThread() noexcept { lock.reset(); }
+
+private:
+    std::unique_ptr<juce::MessageManagerLock> lock;
+
+    JUCE_DECLARE_NON_COPYABLE (MessageThreadGuard)
+};
 
 // The audio plug-in object a host talks to. Publishes the fixed table of 648
 // automation parameters (9 per key, host index = 9 x key + row), feeds host
@@ -13,8 +36,10 @@
 // event.
 //
 // Threads: processBlock, prepareToPlay, releaseResources on the audio thread;
-// state and automation setters on any host thread.
-class TavrinePluginProcessor : public qvrControllableToolbox::AutomatedAudioProcessor
+// state and automation setters on any host thread; construction and
+// destruction on the message thread or on any thread while the message thread
+// runs its loop.
+class TavrinePluginProcessor : private MessageThreadGuard, public qvrControllableToolbox::AutomatedAudioProcessor
 {
 public:
     static constexpr int kNumRows = 9;

@@ -41,3 +41,6 @@ target_sources(tavrine_tests PRIVATE
     audio/BalanceAndEqSourceTest.cpp
     audio/ParameterInterpolatorTest.cpp
     audio/LoopChainSourcesTest.cpp)
+# Plug-in lifetime on a host's own thread.
+target_sources(tavrine_tests PRIVATE
+    shell/ProcessorLifetimeTest.cpp)
