@@ -16,11 +16,20 @@ class ProbeProcessor final : public juce::AudioProcessor
 public:
     ProbeProcessor() : AudioProcessor (BusesProperties().withOutput ("Out", juce::AudioChannelSet::stereo(), true)) {}
 
-    void prepareToPlay (double, int maxBlock) override { preparedBlockSize = maxBlock; }
-    void releaseResources() override { ++releaseCount; }
+    void prepareToPlay (double, int maxBlock) override
+    {
+        preparedBlockSize = maxBlock;
+        prepareThread = juce::Thread::getCurrentThreadId();
+    }
+    void releaseResources() override
+    {
+        ++releaseCount;
+        releaseThread = juce::Thread::getCurrentThreadId();
+    }
 
     void processBlock (juce::AudioBuffer<float>& buffer, juce::MidiBuffer& midi) override
     {
+        blocksOffThePrepareThread += juce::Thread::getCurrentThreadId() != prepareThread;
         const auto position = getPlayHead()->getPosition();
         playHeadErrors += position->getTimeInSamples().orFallback (-1) != (position->getIsPlaying() ? rendered : 0);
         blocksPlaying += position->getIsPlaying();
@@ -55,6 +64,8 @@ public:
     std::vector<std::pair<juce::int64, int>> events;
     juce::int64 rendered = 0;
     int preparedBlockSize = 0, maxBlockSeen = 0, releaseCount = 0, playHeadErrors = 0, blocksPlaying = 0;
+    int blocksOffThePrepareThread = 0;
+    juce::Thread::ThreadID prepareThread {}, releaseThread {};
 };
 
 RenderOptions optionsFor (const juce::File& out, int rate, int blockSize)
@@ -102,6 +113,46 @@ TEST (RenderOffline, EveryBlockSizeDeliversEachEventOnItsSampleWithAMatchingPlay
             }
         }
     }
+}
+
+// As in a host: prepare, blocks and release on one audio thread of their own,
+// while the message thread goes on delivering messages (timers, callAsync).
+TEST (RenderOffline, RunsTheCallbacksOnAnAudioThreadWhileTheMessageThreadDeliversMessages)
+{
+    const auto schedule = MidiSchedule::makeBuiltInPattern (120.0, 44100.0);
+    ProbeProcessor probe;
+    OfflineRenderSettings settings;
+    settings.blockSize = 256;
+    settings.lengthSamples = 20 * 256;
+
+    // Shared with the message, which may arrive after a failed wait.
+    struct Delivery
+    {
+        juce::WaitableEvent arrived;
+        std::atomic<bool> onMessageThread { false };
+    };
+    const auto delivery = std::make_shared<Delivery>();
+    int sunkBlocks = 0;
+    bool deliveredDuringRender = false;
+    ASSERT_TRUE (renderOffline (probe, schedule, settings, [&] (const juce::AudioBuffer<float>&) {
+        if (++sunkBlocks == 3)
+        {
+            juce::MessageManager::callAsync ([delivery] {
+                delivery->onMessageThread = juce::MessageManager::existsAndIsCurrentThread();
+                delivery->arrived.signal();
+            });
+            deliveredDuringRender = delivery->arrived.wait (5000);
+        }
+        return true;
+    }));
+
+    const auto messageThread = juce::MessageManager::getInstance()->getCurrentMessageThread();
+    EXPECT_NE (probe.prepareThread, messageThread);
+    EXPECT_EQ (probe.releaseThread, probe.prepareThread);
+    EXPECT_EQ (probe.blocksOffThePrepareThread, 0);
+    EXPECT_EQ (probe.rendered, settings.lengthSamples);
+    EXPECT_TRUE (deliveredDuringRender);
+    EXPECT_TRUE (delivery->onMessageThread.load());
 }
 
 using RenderToFile = CliTempDirTest;
