@@ -212,7 +212,7 @@ void TavrinePluginProcessor::processBlock (juce::AudioBuffer<float>& buffer, juc
 
 juce::AudioProcessorEditor* TavrinePluginProcessor::createEditor()
 {
-    return new TavrinePluginEditor (*this, *playerInstance, editorOpenedOnce);
+    return new TavrinePluginEditor (*this, *playerInstance);
 }
 
 void TavrinePluginProcessor::getStateInformation (juce::MemoryBlock& destData)

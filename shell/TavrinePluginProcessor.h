@@ -93,8 +93,6 @@ private:
     qvrControllableLib::FloatShortcutValue outputBpmShortcut;
     qvrControllableLib::BoolShortcutValue triggerPlayModeShortcut;
     qvrControllableLib::BoolShortcutValue triggerPlayModeAvailableShortcut;
-    // Set by the editor when it first opens.
-    bool editorOpenedOnce = false;
 
     static std::atomic<int> numInstances;
 

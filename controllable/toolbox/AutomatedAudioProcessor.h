@@ -67,8 +67,6 @@ public:
     // Appends an entry for `path` in the automation root. Returns its host
     // index, or -1 if no parameter has that path (nothing is added).
     int addAutomation (const juce::String& path, const juce::String& label);
-    int getNumAutomationEntries() const { return entries.size(); }
-    AutomationEntry* getAutomationEntry (int index) const { return entries[index]; }
 
     int getNumPrograms() override { return juce::jmax (1, programNames.size()); }
     int getCurrentProgram() override { return juce::jmax (0, currentProgram); }

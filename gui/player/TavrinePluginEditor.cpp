@@ -2,11 +2,9 @@
 
 #include "shell/TavrinePluginProcessor.h"
 
-TavrinePluginEditor::TavrinePluginEditor (TavrinePluginProcessor& processor, TavrinePlayerInstance& playerInstance,
-                                          bool& openedOnce)
+TavrinePluginEditor::TavrinePluginEditor (TavrinePluginProcessor& processor, TavrinePlayerInstance& playerInstance)
     : juce::AudioProcessorEditor (processor), instance (playerInstance)
 {
-    openedOnce = true;
     setSize (kDefaultWidth, kDefaultHeight);
     timerCallback();
     startTimerHz (4);

@@ -14,7 +14,7 @@ public:
     static constexpr int kDefaultWidth = 525;
     static constexpr int kDefaultHeight = 300;
 
-    TavrinePluginEditor (TavrinePluginProcessor& processor, TavrinePlayerInstance& instance, bool& openedOnce);
+    TavrinePluginEditor (TavrinePluginProcessor& processor, TavrinePlayerInstance& instance);
     ~TavrinePluginEditor() override;
 
     void paint (juce::Graphics& g) override;
