@@ -1,8 +1,10 @@
 #include <cmath>
 #include <limits>
+#include <optional>
 
 #include "cli/RenderCommand.h"
 #include "tests/cli/CliTestSupport.h"
+#include "tests/support/AllocationCounter.h"
 
 using namespace tavrineCli;
 
@@ -20,6 +22,7 @@ public:
     {
         preparedBlockSize = maxBlock;
         prepareThread = juce::Thread::getCurrentThreadId();
+        events.reserve (1024);
     }
     void releaseResources() override
     {
@@ -30,6 +33,14 @@ public:
     void processBlock (juce::AudioBuffer<float>& buffer, juce::MidiBuffer& midi) override
     {
         blocksOffThePrepareThread += juce::Thread::getCurrentThreadId() != prepareThread;
+        // From the second block on: what the host's loop, the probe and the
+        // sink allocated in between.
+        if (rendered == 0)
+            allocationsAfterFirstBlock.reset();
+        else if (! allocationsAfterFirstBlock.has_value())
+            allocationsAfterFirstBlock.emplace();
+        else
+            allocationsInLaterBlocks = allocationsAfterFirstBlock->count();
         const auto position = getPlayHead()->getPosition();
         playHeadErrors += position->getTimeInSamples().orFallback (-1) != (position->getIsPlaying() ? rendered : 0);
         blocksPlaying += position->getIsPlaying();
@@ -66,6 +77,8 @@ public:
     int preparedBlockSize = 0, maxBlockSeen = 0, releaseCount = 0, playHeadErrors = 0, blocksPlaying = 0;
     int blocksOffThePrepareThread = 0;
     juce::Thread::ThreadID prepareThread {}, releaseThread {};
+    std::optional<tavrine::test::ScopedAllocationCount> allocationsAfterFirstBlock;
+    std::size_t allocationsInLaterBlocks = 0;
 };
 
 RenderOptions optionsFor (const juce::File& out, int rate, int blockSize)
@@ -153,6 +166,18 @@ TEST (RenderOffline, RunsTheCallbacksOnAnAudioThreadWhileTheMessageThreadDeliver
     EXPECT_EQ (probe.rendered, settings.lengthSamples);
     EXPECT_TRUE (deliveredDuringRender);
     EXPECT_TRUE (delivery->onMessageThread.load());
+}
+
+TEST (RenderOffline, BlocksAfterTheFirstAllocateNothingOnTheAudioThread)
+{
+    const auto schedule = MidiSchedule::makeBuiltInPattern (150.0, 44100.0);
+    ProbeProcessor probe;
+    OfflineRenderSettings settings;
+    settings.blockSize = 64;
+    settings.lengthSamples = schedule.getLengthSamples() + 100;
+    ASSERT_TRUE (renderOffline (probe, schedule, settings, [] (const juce::AudioBuffer<float>&) { return true; }));
+    ASSERT_FALSE (probe.events.empty());
+    EXPECT_EQ (probe.allocationsInLaterBlocks, 0u);
 }
 
 using RenderToFile = CliTempDirTest;
