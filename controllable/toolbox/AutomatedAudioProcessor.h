@@ -57,7 +57,9 @@ private:
 // A juce::AudioProcessor whose host parameters are paths into a controllable.
 // The order of addAutomation calls is the host's parameter index. Starts the
 // asynchronous update timers of the eight parameter types for as long as it
-// lives (counted across instances).
+// lives (counted across instances). Built and destroyed on the message thread,
+// or by a thread that holds the message manager's lock for the whole time (a
+// derived class's first base can take it before this one is built).
 class AutomatedAudioProcessor : public juce::AudioProcessor
 {
 public:
