@@ -4,7 +4,7 @@ namespace qvrControllableAudio
 {
 namespace
 {
-void save (CrossfadeableSource& adapter, CrossfadeableSource* inner)
+void save (CrossfadableSource& adapter, CrossfadableSource* inner)
 {
     adapter.inCrossfade = true;
     if (inner != nullptr)
@@ -14,7 +14,7 @@ void save (CrossfadeableSource& adapter, CrossfadeableSource* inner)
     }
 }
 
-void restore (CrossfadeableSource& adapter, CrossfadeableSource* inner)
+void restore (CrossfadableSource& adapter, CrossfadableSource* inner)
 {
     adapter.inCrossfade = false;
     if (inner != nullptr)
@@ -26,7 +26,7 @@ void restore (CrossfadeableSource& adapter, CrossfadeableSource* inner)
 } // namespace
 
 CrossfadableRootSourceAdapter::CrossfadableRootSourceAdapter (juce::AudioSource* source, bool owned)
-    : AudioSourceProviderAdapter (source, owned), inner (dynamic_cast<CrossfadeableSource*> (source))
+    : AudioSourceProviderAdapter (source, owned), inner (dynamic_cast<CrossfadableSource*> (source))
 {
 }
 
@@ -34,7 +34,7 @@ void CrossfadableRootSourceAdapter::saveCrossfadeState() { save (*this, inner); 
 void CrossfadableRootSourceAdapter::restoreCrossfadeState() { restore (*this, inner); }
 
 CrossfadableFilterSourceAdapter::CrossfadableFilterSourceAdapter (juce::AudioSource* source, bool owned)
-    : ChainableAudioSourceProviderAdapter (source, owned), inner (dynamic_cast<CrossfadeableSource*> (source))
+    : ChainableAudioSourceProviderAdapter (source, owned), inner (dynamic_cast<CrossfadableSource*> (source))
 {
 }
 

@@ -1,18 +1,18 @@
 #pragma once
 
 #include "audio/AudioSourceProviderAdapters.h"
-#include "audio/CrossfadeableSource.h"
+#include "audio/CrossfadableSource.h"
 
 namespace qvrControllableAudio
 {
 // A plain source at the head of a crossfading chain. It takes part in the
 // chain's crossfades: on save it marks the wrapped source as in a crossfade
 // and lets it save its state; on restore it clears the mark and lets it
-// restore. A wrapped source that is not crossfadeable has nothing to keep.
+// restore. A wrapped source that is not crossfadable has nothing to keep.
 //
 // Threads: save and restore on the audio thread, inside the chain's applyEvent.
 class CrossfadableRootSourceAdapter : public AudioSourceProviderAdapter,
-                                      public CrossfadeableSource
+                                      public CrossfadableSource
 {
 public:
     CrossfadableRootSourceAdapter (juce::AudioSource* source, bool owned);
@@ -21,12 +21,12 @@ public:
     void restoreCrossfadeState() override;
 
 private:
-    CrossfadeableSource* const inner;
+    CrossfadableSource* const inner;
 };
 
 // The same for a plain filter source linked into a crossfading chain.
 class CrossfadableFilterSourceAdapter : public ChainableAudioSourceProviderAdapter,
-                                        public CrossfadeableSource
+                                        public CrossfadableSource
 {
 public:
     CrossfadableFilterSourceAdapter (juce::AudioSource* source, bool owned);
@@ -35,6 +35,6 @@ public:
     void restoreCrossfadeState() override;
 
 private:
-    CrossfadeableSource* const inner;
+    CrossfadableSource* const inner;
 };
 } // namespace qvrControllableAudio

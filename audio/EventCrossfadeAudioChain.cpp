@@ -48,9 +48,9 @@ void EventCrossfadeAudioChain::addCrossfadeSourceOf (AudioSourceProvider* provid
 {
     if (provider == nullptr)
         return;
-    auto* member = dynamic_cast<CrossfadeableSource*> (provider);
+    auto* member = dynamic_cast<CrossfadableSource*> (provider);
     if (member == nullptr)
-        member = dynamic_cast<CrossfadeableSource*> (provider->getAudioSource());
+        member = dynamic_cast<CrossfadableSource*> (provider->getAudioSource());
     if (member != nullptr && ! crossfadeSources.contains (member))
         crossfadeSources.add (member);
 }

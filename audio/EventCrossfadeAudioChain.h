@@ -3,14 +3,14 @@
 #include <array>
 
 #include "audio/AudioSourceChain.h"
-#include "audio/CrossfadeableSource.h"
+#include "audio/CrossfadableSource.h"
 #include "controllable/handle/ParamDefHandle.h"
 
 namespace qvrControllableAudio
 {
 // A chain that hides the change an event makes (a jump, a new slice, a new
 // sample) behind a short linear crossfade. Before the event fires, every
-// crossfadeable member saves its state, the chain renders what would have
+// crossfadable member saves its state, the chain renders what would have
 // played next into the crossfade buffer, and the members restore their
 // state; that audio is faded out under the new audio as it fades in.
 //
@@ -89,7 +89,7 @@ private:
     void rememberEdge (const juce::AudioBuffer<float>& buffer, int startSample, int numSamples) noexcept;
 
     // Members in chain order; the chain holds them alive through its providers.
-    juce::Array<CrossfadeableSource*> crossfadeSources;
+    juce::Array<CrossfadableSource*> crossfadeSources;
     bool suppressNextFade = false;
     int crossfadeRemaining = 0;
     int crossfadeLength = 0;

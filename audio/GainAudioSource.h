@@ -2,7 +2,7 @@
 
 #include <juce_audio_basics/juce_audio_basics.h>
 
-#include "audio/CrossfadeableSource.h"
+#include "audio/CrossfadableSource.h"
 #include "controllable/handle/ParamDefHandle.h"
 #include "controllable/lib/Controllables.h"
 #include "controllable/lib/ShortcutValue.h"
@@ -35,7 +35,7 @@ namespace qvrControllableAudio
 // with one load each.
 class GainAudioSource : public qvrControllableLib::BasicControllable,
                         public juce::AudioSource,
-                        public CrossfadeableSource
+                        public CrossfadableSource
 {
 public:
     static constexpr const char* kGain = "gain";

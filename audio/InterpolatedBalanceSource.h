@@ -15,7 +15,7 @@ namespace qvrControllableAudio
 // what getAudioSource hands out. Threads as ParameterInterpolator.
 class InterpolatedBalanceSource : public qvrControllableLib::BasicControllable,
                                   public ChainableAudioSourceProvider,
-                                  public CrossfadeableSource,
+                                  public CrossfadableSource,
                                   private juce::AudioSource
 {
 public:

@@ -2,7 +2,7 @@
 
 #include <juce_audio_basics/juce_audio_basics.h>
 
-#include "audio/CrossfadeableSource.h"
+#include "audio/CrossfadableSource.h"
 #include "controllable/handle/ParamDefHandle.h"
 #include "controllable/lib/Controllables.h"
 
@@ -32,7 +32,7 @@ namespace qvrControllableAudio
 // setBuffer and seeking from the message thread or the sample threads.
 class MemoryAudioSource : public juce::PositionableAudioSource,
                           public qvrControllableLib::BasicControllable,
-                          public CrossfadeableSource
+                          public CrossfadableSource
 {
 public:
     static constexpr const char* kNextReadPosition = "nextReadPosition";

@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "audio/AudioSourceProvider.h"
-#include "audio/CrossfadeableSource.h"
+#include "audio/CrossfadableSource.h"
 #include "controllable/handle/ParamDefHandle.h"
 #include "controllable/lib/Controllables.h"
 #include "dsp/Meridex.h"
@@ -24,7 +24,7 @@ namespace qvrControllableAudio
 class MeridexAudioSource : public ChainableAudioSourceProvider,
                            public juce::AudioSource,
                            public qvrControllableLib::BasicControllable,
-                           public CrossfadeableSource
+                           public CrossfadableSource
 {
 public:
     static constexpr const char* kMeridexProcMode = "meridexProcMode";

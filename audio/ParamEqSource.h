@@ -47,7 +47,7 @@ namespace qvrControllableAudio
 // theirs (44100 Hz at construction).
 class ParamEqSource : public qvrControllableLib::BasicControllable,
                       public ChainableAudioSourceProvider,
-                      public CrossfadeableSource,
+                      public CrossfadableSource,
                       private juce::AudioSource,
                       private qvrControllableAPI::ParameterChangeListener
 {

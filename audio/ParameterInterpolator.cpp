@@ -8,9 +8,9 @@
 
 namespace qvrControllableAudio
 {
-ParameterInterpolator::ParameterInterpolator (juce::AudioSource* wrapped, CrossfadeableSource* crossfadeableOwner,
+ParameterInterpolator::ParameterInterpolator (juce::AudioSource* wrapped, CrossfadableSource* crossfadableOwner,
                                               int subBlock, ChainableAudioSourceProvider* provider)
-    : source (wrapped), crossfadeable (crossfadeableOwner), owner (provider), subBlockSize (juce::jmax (1, subBlock))
+    : source (wrapped), crossfadable (crossfadableOwner), owner (provider), subBlockSize (juce::jmax (1, subBlock))
 {
     jassert (source != nullptr);
 }
@@ -176,7 +176,7 @@ void ParameterInterpolator::getNextAudioBlock (const juce::AudioSourceChannelInf
             info.clearActiveBufferRegion();
     }
 
-    const bool crossfading = crossfadeable != nullptr && crossfadeable->inCrossfade;
+    const bool crossfading = crossfadable != nullptr && crossfadable->inCrossfade;
     takeChanges (crossfading);
     wasInCrossfade = crossfading;
 

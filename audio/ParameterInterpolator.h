@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "audio/AudioSourceProvider.h"
-#include "audio/CrossfadeableSource.h"
+#include "audio/CrossfadableSource.h"
 #include "controllable/api/ParameterChangeListener.h"
 #include "controllable/lib/ShortcutValue.h"
 
@@ -66,8 +66,8 @@ class ParameterInterpolator : public juce::AudioSource,
 {
 public:
     // owner: whose upstream fills the block (null: the block is used as
-    // handed in). crossfadeable: whose inCrossfade is watched (may be null).
-    ParameterInterpolator (juce::AudioSource* source, CrossfadeableSource* crossfadeable, int subBlockSize,
+    // handed in). crossfadable: whose inCrossfade is watched (may be null).
+    ParameterInterpolator (juce::AudioSource* source, CrossfadableSource* crossfadable, int subBlockSize,
                            ChainableAudioSourceProvider* owner);
     ~ParameterInterpolator() override;
 
@@ -113,7 +113,7 @@ private:
     bool checkInvariants() const noexcept;
 
     juce::AudioSource* source;
-    CrossfadeableSource* crossfadeable;
+    CrossfadableSource* crossfadable;
     ChainableAudioSourceProvider* owner;
     const int subBlockSize;
     std::vector<std::unique_ptr<Smoothed>> smoothed;

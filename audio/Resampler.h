@@ -8,11 +8,14 @@
 
 namespace qvrControllableAudio
 {
-// Changes the speed of its upstream by `resamplingRatio` (input samples per
-// output sample: 2 plays twice as fast and half as long), through a 2-channel
+// Changes the speed of its upstream by `resamplingRatio`, through a 2-channel
 // juce::ResamplingAudioSource. `resamplingLinear` is a view of the ratio on a
 // linear scale, log32 (ratio): -1 .. 1, 0 at ratio 1. The ratio's choices
 // (0.25 .. 4) are the steps offered by stepped controls.
+//
+// A ratio, here as in the parameter and in JUCE's engine, is input samples per
+// output sample: 2 plays twice as fast and half as long (as CFastResample's;
+// the stretch library's sinc converters take the inverse, outputPerInput).
 //
 // The engine is made on the upstream source whenever setUpstream links a new
 // one, and dropped when the upstream goes. It reads the upstream through a
@@ -26,7 +29,7 @@ namespace qvrControllableAudio
 // each block is cut into pieces whose input fits at the present ratio
 // (8192 output samples a piece at ratio 1, 256 at ratio 32).
 //
-// Not crossfadeable: the engine's phase and look-ahead are private to JUCE,
+// Not crossfadable: the engine's phase and look-ahead are private to JUCE,
 // so they cannot be put back after a crossfade's pre-render. What leaks is
 // the engine's few samples of look-ahead, which land at the start of the
 // fade-in.

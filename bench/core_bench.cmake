@@ -2,7 +2,7 @@
 add_executable(tavrine_bench
     controllable/ParameterBench.cpp
     shell/ProcessBlockBench.cpp)
-target_link_libraries(tavrine_bench PRIVATE tavrine_core benchmark::benchmark)
+target_link_libraries(tavrine_bench PRIVATE tavrine_shell benchmark::benchmark)
 tavrine_set_warnings(tavrine_bench)
 # Sources of the audio graph: one loop's chain.
 target_sources(tavrine_bench PRIVATE

@@ -1,5 +1,5 @@
 # Every JUCE module is compiled once, into tavrine_juce, and shared by the
-# core, the plug-in, the CLI and the tests. The configuration macros below are
+# layers, the plug-in, the CLI and the tests. The configuration macros below are
 # re-exported so that every translation unit that sees a JUCE header sees the
 # same configuration (anything else is an ODR violation).
 

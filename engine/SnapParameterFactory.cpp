@@ -2,7 +2,7 @@
 
 #include "controllable/lib/ChangeStrategies.h"
 #include "controllable/lib/ParameterTypeImpl.h"
-#include "controllable/lib/ValueConverters.h"
+#include "engine/SnapModeValueConverter.h"
 
 using namespace qvrControllableAPI;
 
@@ -21,8 +21,8 @@ SnapParameterFactory::Grid SnapParameterFactory::createGrid (qvrControllableLib:
     for (int n : { 1, 2, 3, 4, 6, 8, 12, 16, 24, 32, 48, 64 })
         mode.choices.add (n);
     if (withOff)
-        mode.choices.add (qvrControllableLib::SnapModeValueConverter::kOff);
-    mode->setConverter (new qvrControllableLib::SnapModeValueConverter());
+        mode.choices.add (SnapModeValueConverter::kOff);
+    mode->setConverter (new SnapModeValueConverter());
     mode.defaultValue = defaultMode;
 
     auto times = qvrControllableLib::ParameterTypes::floatListType().createParameter (

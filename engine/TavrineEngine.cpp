@@ -17,7 +17,7 @@ juce::String TavrineEngine::getKeyName (int keyIndex)
 }
 
 TavrineEngine::TavrineEngine (bool singleBus)
-    : numOutputBuses (singleBus ? 1 : 16), snapFactory (std::make_unique<SnapParameterFactory>()), targetKeyHolder (new qvrControllableLib::BasicControllable())
+    : numOutputBuses (singleBus ? 1 : kNumOutputBuses), snapFactory (std::make_unique<SnapParameterFactory>()), targetKeyHolder (new qvrControllableLib::BasicControllable())
 {
     for (auto* name : { "Off", "C/a", "C#/a#", "D/b", "D#/c", "E/c#", "F/d", "F#/d#", "G/e", "G#/f", "A/f#",
                         "A#/g", "B/g#" })

@@ -19,6 +19,9 @@ class TavrineEngine : public qvrControllableAudio::AudioSourceProvider
 {
 public:
     static constexpr int kNumLoops = 72;
+    // Stereo output buses of the player: the host's outputs, the loops' and
+    // the prelisten voice's choice of bus.
+    static constexpr int kNumOutputBuses = 16;
     static constexpr int kFirstNote = 36;
     static constexpr double kInternalSampleRate = 44100.0;
     static constexpr const char* kTargetKey = "targetKey";

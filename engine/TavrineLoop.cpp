@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "controllable/lib/ValueConverters.h"
+#include "engine/OutputBusValueConverter.h"
 #include "engine/TavrineEngine.h"
 
 TavrineLoop::TavrineLoop (TavrineEngine& owner, TavrineLoopMixer& loopMixer, int numOutputBuses)
@@ -79,7 +79,7 @@ void TavrineLoop::defineParameters (int numOutputBuses)
     outputBus.minimum = 0;
     outputBus.maximum = juce::jmax (0, numOutputBuses - 1);
     outputBus.defaultValue = 0;
-    outputBus->setConverter (new qvrControllableLib::OutputBusValueConverter());
+    outputBus->setConverter (new OutputBusValueConverter());
     p.addParameter (outputBus.getParameter());
 
     p.addParameter (totalLength.getParameter(), true);

@@ -3,7 +3,7 @@
 #include <cmath>
 
 #include "controllable/lib/ParameterTypeImpl.h"
-#include "controllable/lib/ValueConverters.h"
+#include "engine/OutputBpmConverter.h"
 #include "engine/TavrineEngine.h"
 #include "engine/TavrineLoopMixer.h"
 
@@ -87,7 +87,7 @@ void TavrineMasterChain::defineParameters()
     outputBpm.defaultValue = 0.0;
     outputBpm.minimum = 30.0;
     outputBpm.maximum = 300.0;
-    outputBpm->setConverter (new qvrControllableLib::OutputBpmConverter());
+    outputBpm->setConverter (new OutputBpmConverter());
     p.addParameter (outputBpm.getParameter(), true);
 
 }

@@ -1,8 +1,7 @@
 #include "shell/TavrinePluginProcessor.h"
 
-#include "gui/player/TavrinePluginEditor.h"
-
 std::atomic<int> TavrinePluginProcessor::numInstances { 0 };
+std::atomic<TavrinePluginProcessor::EditorFactory> TavrinePluginProcessor::editorFactory { nullptr };
 
 namespace
 {
@@ -212,7 +211,8 @@ void TavrinePluginProcessor::processBlock (juce::AudioBuffer<float>& buffer, juc
 
 juce::AudioProcessorEditor* TavrinePluginProcessor::createEditor()
 {
-    return new TavrinePluginEditor (*this, *playerInstance);
+    const auto factory = editorFactory.load();
+    return factory != nullptr ? factory (*this) : nullptr;
 }
 
 void TavrinePluginProcessor::getStateInformation (juce::MemoryBlock& destData)

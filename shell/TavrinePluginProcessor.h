@@ -43,7 +43,7 @@ class TavrinePluginProcessor : private MessageThreadGuard, public qvrControllabl
 {
 public:
     static constexpr int kNumRows = 9;
-    static constexpr int kNumOutputBuses = 16;
+    static constexpr int kNumOutputBuses = TavrineEngine::kNumOutputBuses;
 
     TavrinePluginProcessor();
     ~TavrinePluginProcessor() override;
@@ -57,8 +57,17 @@ public:
     void reset() override;
 
     bool isBusesLayoutSupported (const BusesLayout& layouts) const override;
+
+    // Makes a processor's window. The player's window belongs to the user
+    // interface, a layer above this one, so the plug-in entry installs its
+    // factory; in a process that installs none (the command line) a processor
+    // has no window. Message thread, before the host asks for a window.
+    using EditorFactory = juce::AudioProcessorEditor* (*) (TavrinePluginProcessor& processor);
+    static void setEditorFactory (EditorFactory factory) noexcept { editorFactory.store (factory); }
+
+    // The installed factory's window, nullptr without one.
     juce::AudioProcessorEditor* createEditor() override;
-    bool hasEditor() const override { return true; }
+    bool hasEditor() const override { return editorFactory.load() != nullptr; }
     bool acceptsMidi() const override { return true; }
     bool producesMidi() const override { return false; }
     double getTailLengthSeconds() const override { return 0.0; }
@@ -95,6 +104,7 @@ private:
     qvrControllableLib::BoolShortcutValue triggerPlayModeAvailableShortcut;
 
     static std::atomic<int> numInstances;
+    static std::atomic<EditorFactory> editorFactory;
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (TavrinePluginProcessor)
 };

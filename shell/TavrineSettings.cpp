@@ -4,6 +4,9 @@
 
 #include "controllable/lib/ValueConverters.h"
 #include "controllable/lib/ValueModifiers.h"
+#include "engine/OutputBusValueConverter.h"
+#include "shell/GuiWidthValueConverter.h"
+#include "shell/TooltipDelayValueConverter.h"
 
 using namespace qvrControllableAPI;
 using namespace qvrControllableLib;

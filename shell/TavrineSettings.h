@@ -5,6 +5,7 @@
 #include <juce_data_structures/juce_data_structures.h>
 
 #include "controllable/handle/ParamDefHandle.h"
+#include "engine/TavrineEngine.h"
 
 // What belongs to the user and not to a song: cache size, window size,
 // tooltip delay, the prelisten voice's level and bus, the master's stretch
@@ -51,7 +52,7 @@ public:
     static constexpr const char* kSampleFolder = "sampleFolder";
     static constexpr const char* kUserbankFolder = "userbankFolder";
 
-    static constexpr int kNumOutputBuses = 16;
+    static constexpr int kNumOutputBuses = TavrineEngine::kNumOutputBuses;
 
     // Where the settings live. forCurrentUser() resolves them from the
     // properties options and the user's documents folder; tests give their

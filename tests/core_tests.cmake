@@ -8,6 +8,11 @@ add_executable(tavrine_tests
     controllable/ForwardingTest.cpp
     controllable/ParameterFifoTest.cpp
     controllable/ConvertersTest.cpp
+    engine/EngineConvertersTest.cpp
+    shell/SettingsConvertersTest.cpp
+    shell/ProcessorEditorTest.cpp
+    shell/OutputBusesTest.cpp
+    gui/PluginEditorTest.cpp
     controllable/ModifiersTest.cpp
     controllable/NormalizersTest.cpp
     audio/MeridexAudioSourceTest.cpp
@@ -20,7 +25,7 @@ add_executable(tavrine_tests
     shell/SettingsTest.cpp
     controllable/HandlesTest.cpp
     controllable/ComponentConnectorTest.cpp)
-target_link_libraries(tavrine_tests PRIVATE tavrine_core GTest::gtest)
+target_link_libraries(tavrine_tests PRIVATE tavrine_gui GTest::gtest)
 tavrine_set_warnings(tavrine_tests)
 gtest_discover_tests(tavrine_tests DISCOVERY_TIMEOUT 120 PROPERTIES LABELS "core")
 # Events, chains and crossfades.

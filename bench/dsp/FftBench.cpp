@@ -149,7 +149,7 @@ void registerFftBenchmarks()
 // Stereo, 512 input frames per call, as a master stretcher feeds it.
 void BM_ResampleFloat (benchmark::State& state)
 {
-    const double ratio = static_cast<double> (state.range (0)) / 100.0;
+    const double outputPerInput = static_cast<double> (state.range (0)) / 100.0;
     const int block = 512;
     CScopedPtr<CResampleBase> converter;
     if (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, CResampleBase::kEngineQuality, block, 2, true)
@@ -159,11 +159,11 @@ void BM_ResampleFloat (benchmark::State& state)
         return;
     }
     const std::vector<float> input = noise (2 * block);
-    std::vector<float> output (static_cast<size_t> (2 * converter->getMaxOutputFrames (block, ratio)));
-    state.SetLabel ("sinc, quality 3, stereo, ratio " + std::to_string (ratio));
+    std::vector<float> output (static_cast<size_t> (2 * converter->getMaxOutputFrames (block, outputPerInput)));
+    state.SetLabel ("sinc, quality 3, stereo, output per input " + std::to_string (outputPerInput));
     for (auto _ : state)
     {
-        benchmark::DoNotOptimize (converter->process (input.data(), output.data(), ratio, 1.0f, 2, block));
+        benchmark::DoNotOptimize (converter->process (input.data(), output.data(), outputPerInput, 1.0f, 2, block));
         benchmark::ClobberMemory();
     }
     state.counters["input frames/s"] = benchmark::Counter (static_cast<double> (state.iterations()) * block, benchmark::Counter::kIsRate);

@@ -123,26 +123,6 @@ ErrorCode GainDbValueConverter::stringFromFloat (const double& in, juce::String&
 }
 
 //==============================================================================
-ErrorCode OutputBusValueConverter::stringFromInt (const int& in, juce::String& out)
-{
-    out = "Output " + juce::String (2 * in + 1) + "/" + juce::String (2 * in + 2);
-    return kOk;
-}
-
-ErrorCode OutputBusValueConverter::intFromString (const juce::String& in, int& out)
-{
-    const auto text = in.trim();
-    if (text.startsWithIgnoreCase ("Output"))
-    {
-        const int left = text.fromFirstOccurrenceOf (" ", false, false).getIntValue();
-        out = juce::jmax (0, (left - 1) / 2);
-        return kOk;
-    }
-    out = text.getIntValue();
-    return kOk;
-}
-
-//==============================================================================
 ErrorCode GigaByteValueConverter::floatFromString (const juce::String& in, double& out)
 {
     auto text = in.toLowerCase().trim();
@@ -159,87 +139,6 @@ ErrorCode GigaByteValueConverter::floatFromString (const juce::String& in, doubl
 ErrorCode GigaByteValueConverter::stringFromFloat (const double& in, juce::String& out)
 {
     out = juce::String (in, 1) + " GB";
-    return kOk;
-}
-
-//==============================================================================
-ErrorCode GuiWidthValueConverter::intFromString (const juce::String& in, int& out)
-{
-    if (in == "Small")
-        out = kSmall;
-    else if (in == "Large")
-        out = kLarge;
-    else
-        out = kMedium;
-    return kOk;
-}
-
-ErrorCode GuiWidthValueConverter::stringFromInt (const int& in, juce::String& out)
-{
-    switch (in)
-    {
-        case kSmall:  out = "Small"; break;
-        case kMedium: out = "Medium"; break;
-        case kLarge:  out = "Large"; break;
-        default:      out = "Custom"; break;
-    }
-    return kOk;
-}
-
-//==============================================================================
-ErrorCode TooltipDelayValueConverter::intFromString (const juce::String& in, int& out)
-{
-    const auto text = in.trim();
-    // "ms" first: every text that ends in "ms" also ends in "s".
-    if (text.endsWith ("ms"))
-        out = text.dropLastCharacters (2).getIntValue();
-    else if (text.endsWith ("s"))
-        out = roundHalfEven (text.dropLastCharacters (1).getDoubleValue() * 1000.0);
-    else
-        out = kDisabledMs;
-    return kOk;
-}
-
-ErrorCode TooltipDelayValueConverter::stringFromInt (const int& in, juce::String& out)
-{
-    if (in == kDisabledMs)
-        out = "(tooltips disabled)";
-    else if (in < 1000)
-        out = juce::String (in) + "ms";
-    else
-        out = juce::String ((double) in / 1000.0, 1) + "s";
-    return kOk;
-}
-
-//==============================================================================
-ErrorCode OutputBpmConverter::stringFromFloat (const double& in, juce::String& out)
-{
-    out = juce::String (in, 1);
-    if (out.endsWith (".0"))
-        out = out.dropLastCharacters (2);
-    return kOk;
-}
-
-//==============================================================================
-ErrorCode SnapModeValueConverter::intFromString (const juce::String& in, int& out)
-{
-    if (in.trim().equalsIgnoreCase ("Off"))
-    {
-        out = kOff;
-        return kOk;
-    }
-    // A text without "/" leaves nothing to read and is refused like "1/0":
-    // a grid of zero or negative divisions has no meaning.
-    const int divisions = in.fromFirstOccurrenceOf ("/", false, false).getIntValue();
-    if (divisions < 1)
-        return kRefusedText;
-    out = divisions;
-    return kOk;
-}
-
-ErrorCode SnapModeValueConverter::stringFromInt (const int& in, juce::String& out)
-{
-    out = in == kOff ? juce::String ("Off") : "1/" + juce::String (in);
     return kOk;
 }
 
@@ -278,28 +177,6 @@ ErrorCode RelativeBpmConverter::stringFromFloat (const double& in, juce::String&
     out = juce::String (in * getTempo(), 2);
     if (out.endsWith (".00"))
         out = out.dropLastCharacters (3);
-    return kOk;
-}
-
-//==============================================================================
-namespace
-{
-const char* const resamplingModeTexts[] = { "Vari-Speed", "Sliced", "Looped", "Pitch-Speed" };
-} // namespace
-
-ErrorCode ResamplingModeValueConverter::intFromString (const juce::String& in, int& out)
-{
-    out = kLooped;
-    for (int mode = kVariSpeed; mode <= kPitchSpeed; ++mode)
-        if (in == resamplingModeTexts[mode])
-            out = mode;
-    return kOk;
-}
-
-ErrorCode ResamplingModeValueConverter::stringFromInt (const int& in, juce::String& out)
-{
-    const bool known = in == kVariSpeed || in == kSliced || in == kPitchSpeed;
-    out = resamplingModeTexts[known ? in : (int) kLooped];
     return kOk;
 }
 } // namespace qvrControllableLib

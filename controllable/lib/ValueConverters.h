@@ -5,12 +5,12 @@
 
 namespace qvrControllableLib
 {
-// The converters the program ships: texts for numbers with units, and the
-// named settings and modes. Each overrides only the conversions it names;
-// everything else is DefaultValueConverter's, so a text a converter does not
-// understand reads as juce::String parses it (0), except where a converter
-// states its own fallback. SnapModeValueConverter is the only one that
-// refuses a text.
+// General-purpose converters: texts for numbers with units, sizes and tempos.
+// Converters of one product's values (its buses, modes, window sizes) live
+// with the layer that owns those values. Each overrides only the conversions
+// it names; everything else is DefaultValueConverter's, so a text a converter
+// does not understand reads as juce::String parses it (0), except where a
+// converter states its own fallback.
 //
 // Converters are stateless after construction (RelativeBpmConverter reads its
 // tempo through a shortcut) and may be shared by several parameters. They
@@ -71,17 +71,6 @@ public:
     ErrorCode stringFromFloat (const double& in, juce::String& out) override;
 };
 
-// Shows stereo bus n (from 0) as "Output 2n+1/2n+2": bus 0 is "Output 1/2".
-// The text is not parsed back: parsing stays DefaultValueConverter's.
-class OutputBusValueConverter : public DefaultValueConverter
-{
-public:
-    ErrorCode stringFromInt (const int& in, juce::String& out) override;
-    // Reads its own text back ("Output 3/4" is bus 1), so that a bus stored
-    // as text survives a restart; a plain number is taken as the bus.
-    ErrorCode intFromString (const juce::String& in, int& out) override;
-};
-
 // Sizes in gigabytes: "4.0 GB". Parsing ignores case and a trailing "gb", and
 // reads a lone decimal comma ("1,5") as a point.
 class GigaByteValueConverter : public DefaultValueConverter
@@ -89,53 +78,6 @@ class GigaByteValueConverter : public DefaultValueConverter
 public:
     ErrorCode floatFromString (const juce::String& in, double& out) override;
     ErrorCode stringFromFloat (const double& in, juce::String& out) override;
-};
-
-// Window widths by name: 444 "Small", 525 "Medium", 700 "Large", any other
-// width "Custom". Every text but "Small" and "Large" parses to 525, so an
-// unknown name falls back to the medium window.
-class GuiWidthValueConverter : public DefaultValueConverter
-{
-public:
-    static constexpr int kSmall = 444;
-    static constexpr int kMedium = 525;
-    static constexpr int kLarge = 700;
-
-    ErrorCode intFromString (const juce::String& in, int& out) override;
-    ErrorCode stringFromInt (const int& in, juce::String& out) override;
-};
-
-// Tooltip delays: below 1000 ms as "250ms", from there in seconds as "1.5s";
-// 4000 means disabled and prints as "(tooltips disabled)". A text with no
-// unit parses to 4000.
-class TooltipDelayValueConverter : public DefaultValueConverter
-{
-public:
-    static constexpr int kDisabledMs = 4000;
-
-    ErrorCode intFromString (const juce::String& in, int& out) override;
-    ErrorCode stringFromInt (const int& in, juce::String& out) override;
-};
-
-// Prints a tempo with one decimal and drops a trailing ".0": 120 shows as
-// "120", 120.5 as "120.5".
-class OutputBpmConverter : public DefaultValueConverter
-{
-public:
-    ErrorCode stringFromFloat (const double& in, juce::String& out) override;
-};
-
-// Grid divisions: n as "1/n", 1024 as "Off". Parsing reads "Off" in any case
-// or the integer after the first "/"; a result below 1 is refused with
-// kRefusedText and nothing is stored.
-class SnapModeValueConverter : public DefaultValueConverter
-{
-public:
-    static constexpr int kOff = 1024;
-    static constexpr ErrorCode kRefusedText = kNotFound;
-
-    ErrorCode intFromString (const juce::String& in, int& out) override;
-    ErrorCode stringFromInt (const int& in, juce::String& out) override;
 };
 
 // A ratio to a tempo, shown as a tempo: ratio x tempo with two decimals, a
@@ -159,22 +101,5 @@ public:
 private:
     FloatShortcutValue masterTempo;
     double fallbackTempo;
-};
-
-// Resampling modes by name. Printing shows every value but 0, 1 and 3 as
-// "Looped"; an unknown text parses to 2 ("Looped").
-class ResamplingModeValueConverter : public DefaultValueConverter
-{
-public:
-    enum Mode : int
-    {
-        kVariSpeed = 0,
-        kSliced = 1,
-        kLooped = 2,
-        kPitchSpeed = 3
-    };
-
-    ErrorCode intFromString (const juce::String& in, int& out) override;
-    ErrorCode stringFromInt (const int& in, juce::String& out) override;
 };
 } // namespace qvrControllableLib

@@ -4,8 +4,12 @@
 
 // A light rate converter for the stretch cores: one four-point interpolation
 // per output sample, Hermite (Catmull-Rom tangents) or a plain cubic. It reads
-// `count` input samples per channel and writes about count / ratio, where
-// ratio is input samples per output sample, set by the caller.
+// `count` input samples per channel and writes about count / ratio.
+//
+// ratio is input samples per output sample (the read position's step per
+// output sample; 2 halves the length and raises the pitch an octave), as for
+// the player's Resampler. The sinc converters (CResampleBase) take the inverse
+// and call it outputPerInput.
 //
 // Timing: the last three input samples of each block are kept as history, so
 // that an interpolation can reach across the block boundary; the first output

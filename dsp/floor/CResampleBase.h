@@ -7,8 +7,11 @@
 // allocates for the worst case, and process, reset and getInputNeeded never
 // allocate.
 //
-// ratio is output rate / input rate: above 1 the output has more frames (the
-// pitch of a played-back result goes down), below 1 fewer.
+// The factor these converters take is outputPerInput: output frames per input
+// frame (output rate / input rate). Above 1 the output has more frames (the
+// pitch of a played-back result goes down), below 1 fewer. It is the inverse
+// of what "ratio" means next door (CFastResample, Resampler: input samples per
+// output sample), hence its own name.
 namespace meridex
 {
 class CResampleBase
@@ -35,19 +38,21 @@ public:
                                              bool stereoPath) noexcept;
 
     // Converts count interleaved input frames of `channels` (which must match
-    // creation) at ratio (1/16 .. 16) and gain; returns the frames written to
-    // output, which must hold getMaxOutputFrames (count, ratio) frames. Out of
-    // range arguments write nothing and return 0.
-    virtual int process (const float* input, float* output, double ratio, float gain, int channels, int count) noexcept = 0;
+    // creation) at outputPerInput (1/16 .. 16) and gain; returns the frames
+    // written to output, which must hold getMaxOutputFrames (count,
+    // outputPerInput) frames. Out of range arguments write nothing and return 0.
+    virtual int process (const float* input, float* output, double outputPerInput, float gain, int channels,
+                         int count) noexcept = 0;
 
     // Back to the state after init: zero history, nothing held.
     virtual void reset() noexcept = 0;
 
     [[nodiscard]] virtual int init (int quality, int maxBlock, int channels, bool stereoPath) noexcept = 0;
 
-    // Input frames that the next process at this ratio needs to write at least
-    // outputFrames frames (more may come when ratio is above 1); never below 0.
-    virtual int getInputNeeded (int outputFrames, double ratio, float gain) const noexcept = 0;
+    // Input frames that the next process at this outputPerInput needs to write
+    // at least outputFrames frames (more may come when outputPerInput is above
+    // 1); never below 0.
+    virtual int getInputNeeded (int outputFrames, double outputPerInput, float gain) const noexcept = 0;
 
     virtual ~CResampleBase() = default;
 
@@ -56,9 +61,9 @@ protected:
     virtual void buildTable() noexcept = 0;
 
 public:
-    // An upper bound of what process (count frames, ratio) writes. Declared
-    // after buildTable to keep the slot order of the interface.
-    virtual int getMaxOutputFrames (int count, double ratio) const noexcept = 0;
+    // An upper bound of what process (count frames, outputPerInput) writes.
+    // Declared after buildTable to keep the slot order of the interface.
+    virtual int getMaxOutputFrames (int count, double outputPerInput) const noexcept = 0;
 
 protected:
     CResampleBase() = default;

@@ -21,9 +21,10 @@ constexpr int kFractionBits = 7;
 constexpr int kFractionMask = (1 << kFractionBits) - 1;
 constexpr float kFractionScale = 1.0f / (1 << kFractionBits);
 
-bool isUsableRatio (double ratio) noexcept
+bool isUsableOutputPerInput (double outputPerInput) noexcept
 {
-    return ratio >= CResampleFloat::kMinRatio && ratio <= CResampleFloat::kMaxRatio; // false for NaN
+    // false for NaN
+    return outputPerInput >= CResampleFloat::kMinOutputPerInput && outputPerInput <= CResampleFloat::kMaxOutputPerInput;
 }
 
 // Floor of a position rounded to hundredths of a frame. Positions come from
@@ -91,9 +92,9 @@ void CResampleFloat::release() noexcept
     channels = 0;
 }
 
-int CResampleFloat::tableStepFor (double ratio) noexcept
+int CResampleFloat::tableStepFor (double outputPerInput) noexcept
 {
-    const double entriesPerSample = ratio < 1.0 ? kOversampling * ratio : kOversampling;
+    const double entriesPerSample = outputPerInput < 1.0 ? kOversampling * outputPerInput : kOversampling;
     return static_cast<int> (128.0 * entriesPerSample + 0.5);
 }
 
@@ -122,10 +123,10 @@ int CResampleFloat::init (int newQuality, int newMaxBlock, int numChannels, bool
     stereoPath = useStereoPath;
 
     // History for the widest left wing (the filter stretched for the lowest
-    // ratio). A right wing is never wider, and after a pass at most a right
-    // wing and one frame lie beyond the read position, so history, that
+    // outputPerInput). A right wing is never wider, and after a pass at most a
+    // right wing and one frame lie beyond the read position, so history, that
     // remainder and a full block always fit.
-    delay = wingFrames (tableStepFor (kMinRatio));
+    delay = wingFrames (tableStepFor (kMinOutputPerInput));
     bufferSize = 2 * delay + 2 + maxBlock;
 
     table = allocateArray<float> (tableLength);
@@ -181,33 +182,34 @@ int CResampleFloat::countProducible (double step, int wing) const noexcept
     return n;
 }
 
-int CResampleFloat::getInputNeeded (int outputFrames, double ratio, float) const noexcept
+int CResampleFloat::getInputNeeded (int outputFrames, double outputPerInput, float) const noexcept
 {
-    if (buffer == nullptr || outputFrames <= 0 || ! isUsableRatio (ratio))
+    if (buffer == nullptr || outputFrames <= 0 || ! isUsableOutputPerInput (outputPerInput))
         return 0;
-    const double step = 1.0 / ratio;
-    const int wing = wingFrames (tableStepFor (ratio));
+    const double step = 1.0 / outputPerInput;
+    const int wing = wingFrames (tableStepFor (outputPerInput));
     const int needed = floorHundredths (timePosition + (outputFrames - 1) * step) + wing + 1 - writePosition;
     return needed > 0 ? needed : 0;
 }
 
-int CResampleFloat::getMaxOutputFrames (int count, double ratio) const noexcept
+int CResampleFloat::getMaxOutputFrames (int count, double outputPerInput) const noexcept
 {
-    if (count < 0 || ! isUsableRatio (ratio))
+    if (count < 0 || ! isUsableOutputPerInput (outputPerInput))
         return 0;
-    return static_cast<int> (std::ceil ((count + delay + 2) * ratio)) + 1;
+    return static_cast<int> (std::ceil ((count + delay + 2) * outputPerInput)) + 1;
 }
 
-int CResampleFloat::process (const float* input, float* output, double ratio, float gain, int numChannels, int count) noexcept
+int CResampleFloat::process (const float* input, float* output, double outputPerInput, float gain, int numChannels,
+                             int count) noexcept
 {
     if (buffer == nullptr || output == nullptr || numChannels != channels || count < 0 || (count > 0 && input == nullptr)
-        || ! isUsableRatio (ratio))
+        || ! isUsableOutputPerInput (outputPerInput))
         return 0;
 
-    const double step = 1.0 / ratio;
-    const int tableStep = tableStepFor (ratio);
+    const double step = 1.0 / outputPerInput;
+    const int tableStep = tableStepFor (outputPerInput);
     const int wing = wingFrames (tableStep);
-    const float scale = gain * (ratio >= 1.0 ? kHeadroom : static_cast<float> (ratio * kHeadroom));
+    const float scale = gain * (outputPerInput >= 1.0 ? kHeadroom : static_cast<float> (outputPerInput * kHeadroom));
     const bool useStereo = stereoPath && channels == 2;
 
     int produced = 0;

@@ -29,6 +29,10 @@
 // (channel 0); 3 attack classification and phase propagation (channel 0, first
 // visit of a frame), then the rotation of this channel's spectrum; 4 inverse
 // transform, overlap-add, one synthesis hop out.
+// The sources follow the stages: CPhaseVocoderV3.cpp holds set-up, the step
+// machine and the synthesis (stages 0, 1, 3's rotation and 4); ...Windows.cpp
+// the hops and window tables, ...Peaks.cpp stage 2, ...Classification.cpp the
+// attack classes, ...Masks.cpp the aux path and band masks.
 // Invariants:
 //  1. Every decision about phases is taken on channel 0; other channels are
 //     rotated by the same per-bin factors, so the stereo picture holds.

@@ -10,6 +10,11 @@ TavrinePluginEditor::TavrinePluginEditor (TavrinePluginProcessor& processor, Tav
     startTimerHz (4);
 }
 
+juce::AudioProcessorEditor* TavrinePluginEditor::create (TavrinePluginProcessor& processor)
+{
+    return new TavrinePluginEditor (processor, processor.getPlayerInstance());
+}
+
 TavrinePluginEditor::~TavrinePluginEditor()
 {
     stopTimer();
@@ -35,7 +40,8 @@ void TavrinePluginEditor::paint (juce::Graphics& g)
     g.fillAll (juce::Colour (0xff1d2126));
     g.setColour (juce::Colours::white);
     g.setFont (24.0f);
-    g.drawText ("Tavrine 2", getLocalBounds().removeFromTop (getHeight() / 2), juce::Justification::centredBottom);
+    g.drawText (getAudioProcessor()->getName(), getLocalBounds().removeFromTop (getHeight() / 2),
+                juce::Justification::centredBottom);
     g.setFont (15.0f);
     g.setColour (juce::Colours::lightgrey);
     g.drawText (statusText, getLocalBounds().removeFromBottom (getHeight() / 2).reduced (10),

@@ -2,6 +2,8 @@
 
 #include <juce_audio_processors/juce_audio_processors.h>
 
+#include "shell/GuiWidthValueConverter.h"
+
 class TavrinePluginProcessor;
 class TavrinePlayerInstance;
 
@@ -11,11 +13,14 @@ class TavrinePlayerInstance;
 class TavrinePluginEditor : public juce::AudioProcessorEditor, private juce::Timer
 {
 public:
-    static constexpr int kDefaultWidth = 525;
+    static constexpr int kDefaultWidth = GuiWidthValueConverter::kMedium;
     static constexpr int kDefaultHeight = 300;
 
     TavrinePluginEditor (TavrinePluginProcessor& processor, TavrinePlayerInstance& instance);
     ~TavrinePluginEditor() override;
+
+    // The processor's editor factory (TavrinePluginProcessor::setEditorFactory).
+    static juce::AudioProcessorEditor* create (TavrinePluginProcessor& processor);
 
     void paint (juce::Graphics& g) override;
 

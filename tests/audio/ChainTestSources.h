@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "audio/AbstractAudioEvent.h"
-#include "audio/CrossfadeableSource.h"
+#include "audio/CrossfadableSource.h"
 #include "tests/audio/AudioSourceTestSupport.h"
 
 // Small sources and events for the chain tests. Each renders as a pure
@@ -22,8 +22,8 @@ public:
 };
 
 // A seekable signal without repeats to speak of (a hash of the position,
-// different per channel). Crossfadeable: saves and restores its position.
-class HashSource : public juce::PositionableAudioSource, public CrossfadeableSource
+// different per channel). Crossfadable: saves and restores its position.
+class HashSource : public juce::PositionableAudioSource, public CrossfadableSource
 {
 public:
     static float valueAt (juce::int64 position, int channel) noexcept
@@ -79,9 +79,9 @@ private:
     bool head;
 };
 
-// A filter with a memory (one-pole low-pass), crossfadeable; records what it
+// A filter with a memory (one-pole low-pass), crossfadable; records what it
 // produces outside crossfades while `recording`.
-class OnePoleSource : public TestSource, public CrossfadeableSource
+class OnePoleSource : public TestSource, public CrossfadableSource
 {
 public:
     void getNextAudioBlock (const juce::AudioSourceChannelInfo& info) override

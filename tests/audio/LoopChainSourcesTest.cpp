@@ -41,7 +41,7 @@ struct LoopSources
             return { gainLink.get(), balance.get(), eq.get() };
         return { resampler.get(), gainLink.get(), balance.get(), eq.get() };
     }
-    std::vector<CrossfadeableSource*> crossfadeables() { return { &memory, &gain, balance.get(), eq.get() }; }
+    std::vector<CrossfadableSource*> crossfadables() { return { &memory, &gain, balance.get(), eq.get() }; }
     juce::AudioSource& out() { return *eq->getAudioSource(); }
 
     void prepare (int block)
@@ -108,10 +108,10 @@ TEST (LoopSources, SavingAndRestoringACrossfadeLeavesTheStreamUnchanged)
     renderInBlocks (faded.out(), actual, 100, [&] (int start) {
         if (start % 700 != 0)
             return;
-        for (auto* s : faded.crossfadeables())
+        for (auto* s : faded.crossfadables())
             s->saveCrossfadeState();
         faded.out().getNextAudioBlock (juce::AudioSourceChannelInfo (pre));
-        for (auto* s : faded.crossfadeables())
+        for (auto* s : faded.crossfadables())
             s->restoreCrossfadeState();
     });
     EXPECT_TRUE (sameSamples (expected, actual));
@@ -140,7 +140,7 @@ TEST (LoopSources, TheWholeLoopRendersWithoutAllocatingAfterPrepare)
     juce::AudioBuffer<float> out (2, 4096);
     const char* types[] = { "Band", "Low", "Off", "Notch" };
     const char* slopes[] = { "72dB", "12dB", "48dB" };
-    const auto crossfadeables = loop.crossfadeables();
+    const auto crossfadables = loop.crossfadables();
     loop.prepare (128);
     for (int phase = 0; phase < 8; ++phase)
     {
@@ -157,10 +157,10 @@ TEST (LoopSources, TheWholeLoopRendersWithoutAllocatingAfterPrepare)
                 // Blocks larger than prepared, and empty ones.
                 for (int block : { 1, 7, 128, 512, 4096, 0 })
                     loop.out().getNextAudioBlock (juce::AudioSourceChannelInfo (&out, 0, block));
-                for (auto* s : crossfadeables)
+                for (auto* s : crossfadables)
                     s->saveCrossfadeState();
                 loop.out().getNextAudioBlock (juce::AudioSourceChannelInfo (&out, 0, 128));
-                for (auto* s : crossfadeables)
+                for (auto* s : crossfadables)
                     s->restoreCrossfadeState();
             }
         });

@@ -5,18 +5,12 @@
 
 #include "controllable/handle/ParamDefHandle.h"
 #include "controllable/lib/ValueConverters.h"
+#include "tests/support/ConverterTestSupport.h"
 
 using namespace qvrControllableAPI;
 using namespace qvrControllableHandle;
 using namespace qvrControllableLib;
-
-namespace
-{
-juce::String print (ValueConverter& c, double x) { juce::String s; c.stringFromFloat (x, s); return s; }
-juce::String printInt (ValueConverter& c, int x) { juce::String s; c.stringFromInt (x, s); return s; }
-double parse (ValueConverter& c, const juce::String& t) { double x = -1.0; EXPECT_EQ (c.floatFromString (t, x), kOk); return x; }
-int parseInt (ValueConverter& c, const juce::String& t) { int x = -1; EXPECT_EQ (c.intFromString (t, x), kOk); return x; }
-} // namespace
+using namespace tavrine::test;
 
 TEST (ConvertersDefault, RoundsHalfToEvenAndSaturatesWhatAnIntCannotHold)
 {
@@ -83,78 +77,6 @@ TEST (ConvertersGigaByte, ParsesCaseAndDecimalCommaTolerantly)
     EXPECT_DOUBLE_EQ (parse (gb, "10.5 GB"), 10.5);
     EXPECT_DOUBLE_EQ (parse (gb, "2,5gb"), 2.5);
     EXPECT_DOUBLE_EQ (parse (gb, "1,500.5 GB"), 1.0); // a comma beside a point stays a comma
-}
-
-TEST (ConvertersGuiWidth, NamesThreeWidthsAndReadsEverythingElseAsMedium)
-{
-    GuiWidthValueConverter w;
-    EXPECT_EQ (printInt (w, 444), "Small");
-    EXPECT_EQ (printInt (w, 700), "Large");
-    EXPECT_EQ (parseInt (w, "Small"), 444);
-    EXPECT_EQ (parseInt (w, "large"), 525); // exact comparison
-
-    IntParamDefHandle width ("width");
-    width->setConverter (new GuiWidthValueConverter());
-    width.write (600);
-    EXPECT_EQ (width->getValue()->getString(), "Custom");
-    width->getValue()->setString ("Custom");
-    EXPECT_EQ (width.read(), 525);
-}
-
-TEST (ConvertersTooltipDelay, MillisecondsSecondsAndDisabled)
-{
-    TooltipDelayValueConverter t;
-    EXPECT_EQ (printInt (t, 4000), "(tooltips disabled)");
-    EXPECT_EQ (printInt (t, 999), "999ms");
-    EXPECT_EQ (printInt (t, 2500), "2.5s");
-    EXPECT_EQ (parseInt (t, "1000"), 4000); // no unit: disabled
-    for (int ms : { 50, 999, 1000, 2500, 4000 })
-        EXPECT_EQ (parseInt (t, printInt (t, ms)), ms) << ms;
-}
-
-TEST (ConvertersSnapMode, ParsesFractionsAndOffAndRefusesTheRestStoringNothing)
-{
-    SnapModeValueConverter s;
-    EXPECT_EQ (printInt (s, 1024), "Off");
-    EXPECT_EQ (printInt (s, 16), "1/16");
-    EXPECT_EQ (parseInt (s, "oFF"), 1024);
-    EXPECT_EQ (parseInt (s, "1/16"), 16);
-    for (const char* text : { "1/0", "x", "16", "1/-4" })
-    {
-        int out = 77;
-        EXPECT_EQ (s.intFromString (text, out), SnapModeValueConverter::kRefusedText) << text;
-        EXPECT_EQ (out, 77) << text;
-    }
-
-    IntParamDefHandle snap ("snapMode");
-    snap->setConverter (new SnapModeValueConverter());
-    snap.defaultValue = 8;
-    EXPECT_EQ (snap->getValue()->setString ("1/0"), SnapModeValueConverter::kRefusedText);
-    EXPECT_EQ (snap.read(), 8);
-}
-
-TEST (ConvertersResamplingMode, UnknownValuesAndTextsAreLooped)
-{
-    ResamplingModeValueConverter r;
-    EXPECT_EQ (printInt (r, 0), "Vari-Speed");
-    EXPECT_EQ (printInt (r, 3), "Pitch-Speed");
-    EXPECT_EQ (printInt (r, 7), "Looped");
-    for (int mode = 0; mode < 4; ++mode)
-        EXPECT_EQ (parseInt (r, printInt (r, mode)), mode);
-    EXPECT_EQ (parseInt (r, "sliced"), 2);
-}
-
-TEST (ConvertersTempoAndBus, OutputTempoDropsTrailingZerosAndBusesNameTheirChannelPair)
-{
-    OutputBpmConverter bpm;
-    EXPECT_EQ (print (bpm, 120.0), "120");
-    EXPECT_EQ (print (bpm, 120.5), "120.5");
-
-    OutputBusValueConverter bus;
-    EXPECT_EQ (printInt (bus, 0), "Output 1/2");
-    EXPECT_EQ (printInt (bus, 15), "Output 31/32");
-    EXPECT_EQ (parseInt (bus, "Output 7/8"), 3);
-    EXPECT_EQ (parseInt (bus, "Output 1/2"), 0);
 }
 
 TEST (ConvertersRelativeBpm, ShowsTheRatioAsATempoOfTheLiveSourceOrTheFallback)

@@ -47,16 +47,17 @@ std::vector<float> runFast (CFastResample& converter, const std::vector<float>& 
 }
 
 // Interleaved through a CResampleBase in blocks of input frames.
-std::vector<float> runSinc (CResampleBase& converter, const std::vector<float>& input, int channels, double ratio, int block,
-                            float gain = 1.0f)
+std::vector<float> runSinc (CResampleBase& converter, const std::vector<float>& input, int channels, double outputPerInput,
+                            int block, float gain = 1.0f)
 {
     std::vector<float> output, scratch;
     const int frames = static_cast<int> (input.size()) / channels;
     for (int at = 0; at < frames; at += block)
     {
         const int count = std::min (block, frames - at);
-        scratch.assign (static_cast<size_t> (converter.getMaxOutputFrames (count, ratio) * channels), 0.0f);
-        const int written = converter.process (input.data() + at * channels, scratch.data(), ratio, gain, channels, count);
+        scratch.assign (static_cast<size_t> (converter.getMaxOutputFrames (count, outputPerInput) * channels), 0.0f);
+        const int written =
+            converter.process (input.data() + at * channels, scratch.data(), outputPerInput, gain, channels, count);
         output.insert (output.end(), scratch.begin(), scratch.begin() + written * channels);
     }
     return output;
@@ -166,40 +167,45 @@ TEST (ResampleFloat, EngineQualityTableIsTheSincAtItsCutoff)
     EXPECT_LT (sinc->getTable()[284], 0.0f);
 }
 
-// A sine over an offset: output frame k lies at input time k / ratio, tone
-// and constant scaled by gain times the 0.99 headroom at every ratio (below 1
+// A sine over an offset: output frame k lies at input time k / outputPerInput, tone
+// and constant scaled by gain times the 0.99 headroom at every factor (below 1
 // the stretched filter's sum must be divided out). The right wing holds back
 // three frames at the slower of the two rates.
-TEST (ResampleFloat, SineOverAConstantKeepsItsFrequencyPlaceAndGainAtEveryRatio)
+TEST (ResampleFloat, SineOverAConstantKeepsItsFrequencyPlaceAndGainAtEveryFactor)
 {
     const double cycles = 0.01; // per input sample: 441 Hz at 44.1 kHz
     std::vector<float> input = sine (8192, cycles);
     for (float& v : input)
         v = 0.4f + 0.5f * v;
     const float gain = 1.5f;
-    for (double ratio : { 0.25, 0.5, 0.8, 1.0, 1.25, 2.0, 4.0 })
+    for (double outputPerInput : { 0.25, 0.5, 0.8, 1.0, 1.25, 2.0, 4.0 })
     {
         auto converter = makeSinc (1, 512);
-        const std::vector<float> output = runSinc (*converter, input, 1, ratio, 333, gain);
-        if (ratio == 1.0)
+        const std::vector<float> output = runSinc (*converter, input, 1, outputPerInput, 333, gain);
+        if (outputPerInput == 1.0)
         {
             ASSERT_EQ (output.size(), input.size() - 3);
         }
-        EXPECT_NEAR (static_cast<double> (output.size()), input.size() * ratio, 1.0 + 3.0 * std::max (ratio, 1.0)) << ratio;
-        for (size_t k = static_cast<size_t> (8.0 * std::max (ratio, 1.0)); k < output.size(); ++k)
-            ASSERT_NEAR (output[k], gain * 0.99 * (0.4 + 0.5 * std::sin (kTwoPi * cycles * static_cast<double> (k) / ratio)), 3.0e-3)
-                << "ratio " << ratio << " at " << k;
+        EXPECT_NEAR (static_cast<double> (output.size()), input.size() * outputPerInput,
+                     1.0 + 3.0 * std::max (outputPerInput, 1.0))
+            << outputPerInput;
+        for (size_t k = static_cast<size_t> (8.0 * std::max (outputPerInput, 1.0)); k < output.size(); ++k)
+            ASSERT_NEAR (output[k],
+                         gain * 0.99 * (0.4 + 0.5 * std::sin (kTwoPi * cycles * static_cast<double> (k) / outputPerInput)),
+                         3.0e-3)
+                << "outputPerInput " << outputPerInput << " at " << k;
     }
 }
 
 TEST (ResampleFloat, StereoRoutineGivesThePerChannelResult)
 {
     const std::vector<float> input = noiseSamples (2 * 5000, 9u);
-    for (double ratio : { 0.77, 1.0, 1.3 })
+    for (double outputPerInput : { 0.77, 1.0, 1.3 })
     {
         auto stereo = makeSinc (2, 700, true);
         auto perChannel = makeSinc (2, 700, false);
-        EXPECT_EQ (runSinc (*stereo, input, 2, ratio, 700), runSinc (*perChannel, input, 2, ratio, 700)) << ratio;
+        EXPECT_EQ (runSinc (*stereo, input, 2, outputPerInput, 700), runSinc (*perChannel, input, 2, outputPerInput, 700))
+            << outputPerInput;
     }
 }
 
@@ -210,21 +216,23 @@ TEST (ResampleFloat, InputNeededIsJustEnoughOnEveryCall)
     const std::vector<float> input = noiseSamples (2 * 200000, 13u);
     std::vector<float> out (2 * 8192);
     int at = 0;
-    const double ratios[] = { 0.7, 1.0, 1.6, 0.9993, 1.0 / 3.0 };
+    const double factors[] = { 0.7, 1.0, 1.6, 0.9993, 1.0 / 3.0 };
     for (int call = 0; call < 200; ++call)
     {
-        const double ratio = ratios[call % 5];
+        const double outputPerInput = factors[call % 5];
         const int wanted = 256 + (call * 37) % 300;
-        const int needed = exact->getInputNeeded (wanted, ratio, 1.0f);
-        ASSERT_EQ (needed, shortOfOne->getInputNeeded (wanted, ratio, 1.0f));
+        const int needed = exact->getInputNeeded (wanted, outputPerInput, 1.0f);
+        ASSERT_EQ (needed, shortOfOne->getInputNeeded (wanted, outputPerInput, 1.0f));
         ASSERT_LE (at + needed, 200000);
-        const int written = exact->process (input.data() + 2 * at, out.data(), ratio, 1.0f, 2, needed);
+        const int written = exact->process (input.data() + 2 * at, out.data(), outputPerInput, 1.0f, 2, needed);
         ASSERT_GE (written, wanted) << "call " << call;
         if (needed > 0)
         {
-            const int first = shortOfOne->process (input.data() + 2 * at, out.data(), ratio, 1.0f, 2, needed - 1);
+            const int first =
+                shortOfOne->process (input.data() + 2 * at, out.data(), outputPerInput, 1.0f, 2, needed - 1);
             ASSERT_LT (first, wanted) << "call " << call;
-            ASSERT_EQ (first + shortOfOne->process (input.data() + 2 * (at + needed - 1), out.data(), ratio, 1.0f, 2, 1), written);
+            const int last = shortOfOne->process (input.data() + 2 * (at + needed - 1), out.data(), outputPerInput, 1.0f, 2, 1);
+            ASSERT_EQ (first + last, written);
         }
         at += needed;
     }

@@ -73,19 +73,6 @@ TEST (ProcessorHostTable, HostAutomationFromAnotherThreadReachesAsyncListenersOn
     gainPath->removeChangeListener (&listener, false);
 }
 
-TEST (ProcessorHostTable, EditorOpensAndClosesSafely)
-{
-    TavrinePluginProcessor processor;
-    for (int i = 0; i < 2; ++i)
-    {
-        std::unique_ptr<juce::AudioProcessorEditor> editor (processor.createEditor());
-        ASSERT_NE (editor, nullptr);
-        EXPECT_GT (editor->getWidth(), 0);
-        auto image = editor->createComponentSnapshot (editor->getLocalBounds());
-        EXPECT_TRUE (image.isValid());
-    }
-}
-
 TEST (ProcessorState, AnyStateBlockIsSurvivedAndMarksTheStateRestored)
 {
     TavrinePluginProcessor processor;

@@ -10,10 +10,10 @@ namespace qvrControllableAudio
 // chain's adapters for the time in between.
 //
 // Audio thread only.
-class CrossfadeableSource
+class CrossfadableSource
 {
 public:
-    virtual ~CrossfadeableSource() = default;
+    virtual ~CrossfadableSource() = default;
     virtual void saveCrossfadeState() = 0;
     virtual void restoreCrossfadeState() = 0;
 
