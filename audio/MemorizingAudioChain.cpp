@@ -1,17 +1,11 @@
 #include "audio/MemorizingAudioChain.h"
 
-#include <atomic>
 #include <cstring>
 
 namespace qvrControllableAudio
 {
-namespace
-{
-std::atomic<int> instanceCounter { 0 };
-} // namespace
-
 MemorizingAudioChain::MemorizingAudioChain (int capacitySamples)
-    : memorySize (capacitySamples > 0 ? juce::nextPowerOfTwo (capacitySamples) : 0), instanceId (++instanceCounter)
+    : memorySize (capacitySamples > 0 ? juce::nextPowerOfTwo (capacitySamples) : 0)
 {
     for (auto& ring : memoryRings)
     {

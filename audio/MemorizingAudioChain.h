@@ -44,8 +44,6 @@ public:
     int getMemoryFill() const noexcept { return memoryFill; }
     // Samples waiting to be replayed.
     int getPendingReplay() const noexcept;
-    // Distinct for every chain made in this process.
-    int getInstanceId() const noexcept { return instanceId; }
 
 protected:
     // Moves the chain's own read position back by numSamples (after a drop);
@@ -66,7 +64,6 @@ private:
     int memorySize = 0;
     int memoryFill = 0;
     Ring memoryRings[2];
-    const int instanceId;
 
     JUCE_DECLARE_NON_COPYABLE (MemorizingAudioChain)
 };

@@ -94,7 +94,7 @@ bool MeridexAudioSource::isBypassing() const
 
 int MeridexAudioSource::getEngineMode() const noexcept
 {
-    return (proEngine != nullptr || v3Engine != nullptr) ? mode : -1;
+    return (proEngine != nullptr || v3Engine != nullptr) ? engineMode : -1;
 }
 
 void MeridexAudioSource::forgetSentFactors() noexcept
@@ -111,7 +111,8 @@ void MeridexAudioSource::destroyEngine()
 void MeridexAudioSource::createEngine (int modeNumber)
 {
     destroyEngine();
-    mode = modeNumber;
+    requestedMode = modeNumber;
+    engineMode = -1;
 
     auto tryCreate = [this] (int number) {
         if (number >= meridex::kV3ModeBase)
@@ -123,8 +124,16 @@ void MeridexAudioSource::createEngine (int modeNumber)
     // A mode whose engine this build does not have yet falls back to
     // "Efficient V3", so that the player still stretches rather than going
     // silent or playing out of tempo.
-    if (tryCreate (modeNumber) == meridex::kModeNotBuilt)
-        tryCreate (meridex::kModeTable[meridex::findModeIndex ("Efficient V3")].modeNumber);
+    if (const int result = tryCreate (modeNumber); result == meridex::kNoError)
+    {
+        engineMode = modeNumber;
+    }
+    else if (result == meridex::kModeNotBuilt)
+    {
+        const int fallback = meridex::kModeTable[meridex::findModeIndex ("Efficient V3")].modeNumber;
+        if (tryCreate (fallback) == meridex::kNoError)
+            engineMode = fallback;
+    }
 
     meridexReadAhead.write (0.0);
     forgetSentFactors();
@@ -168,7 +177,7 @@ void MeridexAudioSource::releaseResources()
         return;
     }
     destroyEngine();
-    mode = -1;
+    requestedMode = engineMode = -1;
     input.setSize (kChannels, 0);
 }
 
@@ -202,7 +211,7 @@ void MeridexAudioSource::getNextAudioBlock (const juce::AudioSourceChannelInfo& 
         return;
     }
 
-    if (const int wanted = selectedModeNumber(); wanted != mode)
+    if (const int wanted = selectedModeNumber(); wanted != requestedMode)
         createEngine (wanted);
 
     if (proEngine == nullptr && v3Engine == nullptr)
@@ -290,15 +299,20 @@ void MeridexAudioSource::restoreCrossfadeState()
 
 int MeridexAudioSource::getFramesNeededForOneBlock()
 {
-    if (cachedFramesNeeded >= 0)
+    // A probe engine allocates, so the answer is kept per pair of factors and
+    // computed again only when one of them moves.
+    const auto stretch = (float) stretchFactor.read();
+    float pitch = (float) pitchFactor.read();
+    if (cachedFramesNeeded >= 0 && stretch == cachedStretch && pitch == cachedPitch)
         return cachedFramesNeeded;
+    cachedStretch = stretch;
+    cachedPitch = pitch;
     meridex::CMeridexProV3If* probe = nullptr;
     if (meridex::CMeridexProV3If::createInstance (&probe, kBlockSize, kChannels, 44100.0, meridex::kV3ModeEfficient,
                                                   kMinStretch)
         != meridex::kNoError)
-        return kBlockSize;
-    float pitch = (float) pitchFactor.read();
-    probe->setStretchPitch ((float) stretchFactor.read(), &pitch, meridex::kMovePosition);
+        return cachedFramesNeeded = kBlockSize;
+    probe->setStretchPitch (stretch, &pitch, meridex::kMovePosition);
     cachedFramesNeeded = juce::jmax (kBlockSize, probe->setOutputBlock (kBlockSize));
     meridex::CMeridexProV3If::destroyInstance (&probe);
     return cachedFramesNeeded;

@@ -72,9 +72,11 @@ public:
     // its upstream through as it is.
     bool isBypassing() const;
     // The mode number of the engine in use (kModeTable), -1 without engine.
+    // A mode this build lacks runs the fallback engine, whose number this is.
     int getEngineMode() const noexcept;
     // Input frames needed for one internal block at 44100 Hz with the current
-    // factors (the sample preparation sizes its reads with it). Message thread.
+    // factors (the sample preparation sizes its reads with it). The answer is
+    // kept until the stretch or pitch factor changes. Message thread.
     int getFramesNeededForOneBlock();
 
     qvrControllableHandle::StringParamDefHandle meridexProcMode { kMeridexProcMode };
@@ -100,7 +102,11 @@ private:
     juce::CriticalSection lock;
     juce::AudioBuffer<float> input;
     double sampleRate = 44100.0;
-    int mode = -1;
+    // The mode asked for when the engine was built, compared with the
+    // selection on each block; and the mode of the engine that runs, which
+    // differs when a fallback stands in.
+    int requestedMode = -1;
+    int engineMode = -1;
     const bool bypassWhenNeutral;
     bool inputMuted = false;
     bool keepOnRelease = false;
@@ -108,6 +114,7 @@ private:
     juce::int64 savedPosition = 0;
     juce::AudioSource* upstream = nullptr;
     int cachedFramesNeeded = -1;
+    float cachedStretch = 0.0f, cachedPitch = 0.0f;
 
     JUCE_DECLARE_NON_COPYABLE (MeridexAudioSource)
 };

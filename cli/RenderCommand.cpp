@@ -3,11 +3,22 @@
 
 #include <juce_audio_formats/juce_audio_formats.h>
 
+#include <atomic>
 #include <charconv>
 #include <cmath>
+#include <exception>
+#include <stdexcept>
 #include <string>
 
 #include "shell/TavrinePluginProcessor.h"
+
+namespace juce
+{
+// JUCE's own dispatch of one message of the system queue (Linux), the piece
+// its event loops are built from; with modal loops off it is the one way to
+// run the loop until a condition holds and run it again later.
+bool dispatchNextMessageOnSystemQueue (bool returnIfNoPendingMessages);
+} // namespace juce
 
 namespace tavrineCli
 {
@@ -169,6 +180,60 @@ private:
     juce::AudioProcessor& processor;
 
     JUCE_DECLARE_NON_COPYABLE (HostSession)
+};
+
+// The audio thread of an offline bounce. runToEnd starts it and, when called
+// on the message thread, keeps that thread dispatching messages (timers,
+// callAsync, the parameter drain) until the job has finished, as a host's
+// event loop does; elsewhere it only waits. What the job throws is thrown
+// again on the caller's thread.
+class RenderThread final : public juce::Thread
+{
+public:
+    explicit RenderThread (std::function<void()> jobToRun) : juce::Thread ("tavrine render"), job (std::move (jobToRun))
+    {
+    }
+
+    ~RenderThread() override { waitForThreadToExit (-1); }
+
+    void runToEnd()
+    {
+        if (! startThread())
+            throw std::runtime_error ("cannot start the audio thread");
+
+        auto* mm = juce::MessageManager::getInstanceWithoutCreating();
+        // Once the quit message is posted no wake-up message can be: then the
+        // loop would sleep until some other event.
+        if (mm != nullptr && mm->isThisTheMessageThread() && ! mm->hasStopMessageBeenSent())
+            while (! finished.load())
+                juce::dispatchNextMessageOnSystemQueue (false);
+
+        waitForThreadToExit (-1);
+        if (failure != nullptr)
+            std::rethrow_exception (failure);
+    }
+
+private:
+    void run() override
+    {
+        try
+        {
+            job();
+        }
+        catch (...)
+        {
+            failure = std::current_exception();
+        }
+        finished = true;
+        // Wakes the message loop, which sleeps until the next message.
+        juce::MessageManager::callAsync ([] {});
+    }
+
+    std::function<void()> job;
+    std::exception_ptr failure;
+    std::atomic<bool> finished { false };
+
+    JUCE_DECLARE_NON_COPYABLE (RenderThread)
 };
 
 // Opens `file` for a new WAV. Returns null with `error` set on failure, and
@@ -348,33 +413,41 @@ bool renderOffline (juce::AudioProcessor& processor, const MidiSchedule& schedul
     jassert (settings.sampleRate > 0.0 && settings.blockSize > 0 && settings.lengthSamples >= 0);
 
     RenderPlayHead playHead (settings.sampleRate, settings.bpm, settings.transport);
-    const HostSession session (processor, playHead, settings.sampleRate, settings.blockSize);
 
-    // As a host does: one buffer wide enough for inputs and outputs.
+    // As a host does: one buffer wide enough for inputs and outputs, made
+    // before the audio thread starts.
     const int numChannels =
         juce::jmax (1, processor.getTotalNumInputChannels(), processor.getTotalNumOutputChannels());
     juce::AudioBuffer<float> buffer (numChannels, settings.blockSize);
     juce::MidiBuffer midi;
 
-    for (juce::int64 start = 0; start < settings.lengthSamples; start += settings.blockSize)
-    {
-        // The last block is shorter: hosts may pass any size up to the
-        // prepared one, and the file then ends on the exact sample.
-        const int numSamples = (int) std::min<juce::int64> (settings.blockSize, settings.lengthSamples - start);
-        juce::AudioBuffer<float> block (buffer.getArrayOfWritePointers(), numChannels, numSamples);
-        block.clear();
-        midi.clear();
-        schedule.addEventsForBlock (start, numSamples, midi);
-        playHead.setBlockStart (start);
+    bool completed = true;
+    RenderThread audioThread ([&] {
+        const HostSession session (processor, playHead, settings.sampleRate, settings.blockSize);
+        for (juce::int64 start = 0; start < settings.lengthSamples; start += settings.blockSize)
         {
-            const juce::ScopedLock lock (processor.getCallbackLock());
-            if (! processor.isSuspended())
-                processor.processBlock (block, midi);
+            // The last block is shorter: hosts may pass any size up to the
+            // prepared one, and the file then ends on the exact sample.
+            const int numSamples = (int) std::min<juce::int64> (settings.blockSize, settings.lengthSamples - start);
+            juce::AudioBuffer<float> block (buffer.getArrayOfWritePointers(), numChannels, numSamples);
+            block.clear();
+            midi.clear();
+            schedule.addEventsForBlock (start, numSamples, midi);
+            playHead.setBlockStart (start);
+            {
+                const juce::ScopedLock lock (processor.getCallbackLock());
+                if (! processor.isSuspended())
+                    processor.processBlock (block, midi);
+            }
+            if (! sink (block))
+            {
+                completed = false;
+                return;
+            }
         }
-        if (! sink (block))
-            return false;
-    }
-    return true;
+    });
+    audioThread.runToEnd();
+    return completed;
 }
 
 juce::String RenderSummary::toString() const

@@ -12,9 +12,11 @@
 // `tavrine render`: hosts the player in-process as a host's offline bounce
 // would, and writes the main stereo output to a WAV file.
 //
-// Everything here runs on the thread that calls it, which must be the JUCE
-// message thread (a ScopedJuceInitialiser_GUI exists): the processor is built,
-// prepared, run block by block and released on that one thread.
+// Threads as in a host: the processor is built and destroyed on the thread
+// that calls, which must be the JUCE message thread (a
+// ScopedJuceInitialiser_GUI exists); it is prepared, run block by block and
+// released on an audio thread of the render's own, while the message thread
+// dispatches messages until the render has finished.
 namespace tavrineCli
 {
 
@@ -65,7 +67,7 @@ juce::String getRenderHelp();
 // position that advances with each block while playing and stays at 0 while
 // stopped (a stopped host does not move its cursor).
 //
-// Set and read on the render thread only.
+// Set and read on the render's audio thread only.
 class RenderPlayHead final : public juce::AudioPlayHead
 {
 public:
@@ -101,8 +103,11 @@ using BlockSink = std::function<bool (const juce::AudioBuffer<float>& block)>;
 // Runs `processor` from start to end as a host's offline bounce does: a play
 // head, non-realtime mode, prepareToPlay at the rate and block size, blocks of
 // `blockSize` (the last one shorter) with the schedule's events at their
-// offsets, then releaseResources. The processor must not be prepared by anyone
-// else meanwhile. Returns false if the sink stopped the render.
+// offsets, then releaseResources, all on one audio thread started for the
+// render; `sink` is called there too. Called on the message thread, that
+// thread dispatches messages meanwhile. Returns when the audio thread has
+// ended. The processor must not be prepared by anyone else meanwhile. Returns
+// false if the sink stopped the render.
 [[nodiscard]] bool renderOffline (juce::AudioProcessor& processor, const MidiSchedule& schedule,
                                   const OfflineRenderSettings& settings, const BlockSink& sink);
 

@@ -5,11 +5,9 @@
 
 #include "engine/TavrineEngine.h"
 
-class TavrineLibraryDatabase;
-
-// The per-instance root: the undo manager, the command manager, the library
-// database and the engine. One per plug-in instance; built on the message
-// thread with the processor.
+// The per-instance root: the undo manager, the command manager and the
+// engine. One per plug-in instance; built with the processor, on the message
+// thread or with the message thread held out.
 class TavrinePlayerInstance : public juce::ReferenceCountedObject
 {
 public:
@@ -22,14 +20,11 @@ public:
     TavrineEngine& getEngine() noexcept { return *engine; }
     juce::UndoManager& getUndoManager() noexcept { return undoManager; }
     juce::ApplicationCommandManager& getCommandManager() noexcept { return commandManager; }
-    // Null until the library is opened for this instance.
-    TavrineLibraryDatabase* getLibraryDatabase() const noexcept { return libraryDatabase; }
 
 private:
     juce::UndoManager undoManager { kUndoMaxUnits, kUndoMinTransactions };
     juce::ApplicationCommandManager commandManager;
-    TavrineLibraryDatabase* libraryDatabase = nullptr;
-    // Built last: it is given the library database.
+    // Built last and destroyed first.
     TavrineEnginePtr engine;
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (TavrinePlayerInstance)

@@ -16,17 +16,17 @@ Properties makeBuses()
                                   juce::AudioChannelSet::stereo(), false);
     return buses;
 }
-// Some hosts (JUCE's LV2 client among them) create and destroy the plug-in on
-// a thread of their own while JUCE's message thread runs and delivers
-// parameter changes of this very instance. Building and tearing down the
-// framework's objects then happens with the message thread held out.
-std::unique_ptr<juce::MessageManagerLock> holdMessageThreadIfElsewhere()
-{
-    if (auto* mm = juce::MessageManager::getInstanceWithoutCreating(); mm != nullptr && ! mm->isThisTheMessageThread())
-        return std::make_unique<juce::MessageManagerLock>();
-    return nullptr;
-}
 } // namespace
+
+// Some hosts (JUCE's LV2 client among them) create and destroy the plug-in on
+// a thread of their own while JUCE's message thread runs timers and delivers
+// parameter changes of this very instance.
+void MessageThreadGuard::holdMessageThread()
+{
+    jassert (lock == nullptr);
+    if (auto* mm = juce::MessageManager::getInstanceWithoutCreating(); mm != nullptr && ! mm->isThisTheMessageThread())
+        lock = std::make_unique<juce::MessageManagerLock>();
+}
 
 const std::array<std::pair<const char*, const char*>, TavrinePluginProcessor::kNumRows>&
 TavrinePluginProcessor::getAutomationTable()
@@ -47,7 +47,6 @@ TavrinePluginProcessor::getAutomationTable()
 
 TavrinePluginProcessor::TavrinePluginProcessor() : AutomatedAudioProcessor (makeBuses<BusesProperties>())
 {
-    const auto messageThreadHeld = holdMessageThreadIfElsewhere();
     ++numInstances;
     playerInstance = new TavrinePlayerInstance();
 
@@ -69,11 +68,13 @@ TavrinePluginProcessor::TavrinePluginProcessor() : AutomatedAudioProcessor (make
     outputBpmShortcut.connect (outputBpm->getValue().get());
     triggerPlayModeShortcut.connect (triggerPlayMode->getValue().get());
     triggerPlayModeAvailableShortcut.connect (triggerPlayModeAvailable->getValue().get());
+    releaseMessageThread();
 }
 
 TavrinePluginProcessor::~TavrinePluginProcessor()
 {
-    const auto messageThreadHeld = holdMessageThreadIfElsewhere();
+    // Held until the last base is gone: the guard is the first base.
+    holdMessageThread();
 
     outputBpmShortcut.disconnect();
     triggerPlayModeShortcut.disconnect();
@@ -218,7 +219,7 @@ void TavrinePluginProcessor::processBlock (juce::AudioBuffer<float>& buffer, juc
 juce::AudioProcessorEditor* TavrinePluginProcessor::createEditor()
 {
     const auto factory = editorFactory.load();
-    return factory != nullptr ? factory (*this, editorOpenedOnce) : nullptr;
+    return factory != nullptr ? factory (*this) : nullptr;
 }
 
 void TavrinePluginProcessor::getStateInformation (juce::MemoryBlock& destData)

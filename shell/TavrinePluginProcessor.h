@@ -1,10 +1,33 @@
 #pragma once
 
 #include <atomic>
+#include <memory>
 
 #include "controllable/toolbox/AutomatedAudioProcessor.h"
 #include "shell/TavrinePlayerInstance.h"
 #include "shell/TavrineSettings.h"
+
+// Holds the message thread out for the whole life of a plug-in instance that
+// a host builds or destroys on a thread of its own. As the processor's first
+// base it is built before, and destroyed after, every other base and member;
+// the processor lets go at the end of its constructor and takes the lock again
+// at the start of its destructor, so the lock is taken twice per instance at
+// most (the message manager's lock is costly and racy when taken often). On
+// the message thread itself, or with no message manager, it does nothing.
+class MessageThreadGuard
+{
+protected:
+    MessageThreadGuard() { holdMessageThread(); }
+    ~MessageThreadGuard() = default;
+
+    void holdMessageThread();
+    void releaseMessageThread() noexcept { lock.reset(); }
+
+private:
+    std::unique_ptr<juce::MessageManagerLock> lock;
+
+    JUCE_DECLARE_NON_COPYABLE (MessageThreadGuard)
+};
 
 // The audio plug-in object a host talks to. Publishes the fixed table of 648
 // automation parameters (9 per key, host index = 9 x key + row), feeds host
@@ -13,8 +36,10 @@
 // event.
 //
 // Threads: processBlock, prepareToPlay, releaseResources on the audio thread;
-// state and automation setters on any host thread.
-class TavrinePluginProcessor : public qvrControllableToolbox::AutomatedAudioProcessor
+// state and automation setters on any host thread; construction and
+// destruction on the message thread or on any thread while the message thread
+// runs its loop.
+class TavrinePluginProcessor : private MessageThreadGuard, public qvrControllableToolbox::AutomatedAudioProcessor
 {
 public:
     static constexpr int kNumRows = 9;
@@ -33,12 +58,11 @@ public:
 
     bool isBusesLayoutSupported (const BusesLayout& layouts) const override;
 
-    // Makes a processor's window. openedOnce is the processor's flag that the
-    // window sets when it opens. The player's window belongs to the user
+    // Makes a processor's window. The player's window belongs to the user
     // interface, a layer above this one, so the plug-in entry installs its
     // factory; in a process that installs none (the command line) a processor
     // has no window. Message thread, before the host asks for a window.
-    using EditorFactory = juce::AudioProcessorEditor* (*) (TavrinePluginProcessor& processor, bool& openedOnce);
+    using EditorFactory = juce::AudioProcessorEditor* (*) (TavrinePluginProcessor& processor);
     static void setEditorFactory (EditorFactory factory) noexcept { editorFactory.store (factory); }
 
     // The installed factory's window, nullptr without one.
@@ -78,8 +102,6 @@ private:
     qvrControllableLib::FloatShortcutValue outputBpmShortcut;
     qvrControllableLib::BoolShortcutValue triggerPlayModeShortcut;
     qvrControllableLib::BoolShortcutValue triggerPlayModeAvailableShortcut;
-    // Set by the editor when it first opens.
-    bool editorOpenedOnce = false;
 
     static std::atomic<int> numInstances;
     static std::atomic<EditorFactory> editorFactory;

@@ -68,7 +68,7 @@ juce::PropertiesFile::Options TavrineSettings::getPropertiesOptions (const juce:
 //==============================================================================
 TavrineSettings::TavrineSettings (const Locations& where) : locations (where)
 {
-    JUCE_ASSERT_MESSAGE_THREAD
+    JUCE_ASSERT_MESSAGE_MANAGER_IS_LOCKED
     {
         const juce::ScopedLock sl (getInstanceLock());
         jassert (instance == nullptr); // one object for the whole process
@@ -88,7 +88,7 @@ TavrineSettings::TavrineSettings (const Locations& where) : locations (where)
 
 TavrineSettings::~TavrineSettings()
 {
-    JUCE_ASSERT_MESSAGE_THREAD
+    JUCE_ASSERT_MESSAGE_MANAGER_IS_LOCKED
     // All nine, not only some: a parameter that another holder keeps alive
     // (the mixer holds prelistenLevel) must not call into a deleted object.
     for (auto* parameter : getStoredParameters())
@@ -245,7 +245,7 @@ void TavrineSettings::setUserbankFolder (const juce::File& folder) { writeFolder
 //==============================================================================
 TavrineSettings& TavrineSettings::getInstance()
 {
-    JUCE_ASSERT_MESSAGE_THREAD
+    JUCE_ASSERT_MESSAGE_MANAGER_IS_LOCKED
     const juce::ScopedLock sl (getInstanceLock());
     if (instance == nullptr)
     {

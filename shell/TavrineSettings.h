@@ -28,7 +28,8 @@
 // chosen locations; it is then the instance until it is destroyed.
 //
 // Threads: construction, destruction, writes, the folder getters and setters
-// and getProperties() on the message thread. Other threads read values only,
+// and getProperties() on the message thread, or on a thread that holds the
+// message manager's lock (a plug-in instance built on a host's thread). Other threads read values only,
 // through the handles' raw pointers (never through a view's handle: a view
 // keeps no value of its own).
 class TavrineSettings : public qvrControllableAPI::ParameterChangeListener
@@ -86,7 +87,8 @@ public:
 
     // Held by each plug-in instance and editor for its life: the first one
     // creates the settings, the last one deletes them (unless they were
-    // constructed directly, whose owner deletes them). Message thread.
+    // constructed directly, whose owner deletes them). Message thread, or a
+    // thread that holds the message manager's lock.
     class Holder
     {
     public:

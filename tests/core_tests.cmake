@@ -50,3 +50,6 @@ target_sources(tavrine_tests PRIVATE
 target_sources(tavrine_tests PRIVATE
     engine/EngineThreadingTest.cpp
     engine/ReadAheadFlushTest.cpp)
+# Plug-in lifetime on a host's own thread.
+target_sources(tavrine_tests PRIVATE
+    shell/ProcessorLifetimeTest.cpp)

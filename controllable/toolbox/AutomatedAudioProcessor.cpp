@@ -125,13 +125,25 @@ bool AutomationEntry::isBoolean() const
     return parameter->getType()->isBool();
 }
 
+namespace
+{
+// The parameter types' timers and drain live on the message thread.
+bool messageThreadIsHeld()
+{
+    return juce::MessageManager::getInstanceWithoutCreating() == nullptr
+           || juce::MessageManager::existsAndIsLockedByCurrentThread();
+}
+} // namespace
+
 AutomatedAudioProcessor::AutomatedAudioProcessor (const BusesProperties& buses) : juce::AudioProcessor (buses)
 {
+    jassert (messageThreadIsHeld());
     qvrControllableLib::ParameterTypes::startAllAsyncUpdates();
 }
 
 AutomatedAudioProcessor::~AutomatedAudioProcessor()
 {
+    jassert (messageThreadIsHeld());
     qvrControllableLib::ParameterTypes::stopAllAsyncUpdates();
 }
 

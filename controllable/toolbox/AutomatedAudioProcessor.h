@@ -57,7 +57,9 @@ private:
 // A juce::AudioProcessor whose host parameters are paths into a controllable.
 // The order of addAutomation calls is the host's parameter index. Starts the
 // asynchronous update timers of the eight parameter types for as long as it
-// lives (counted across instances).
+// lives (counted across instances). Built and destroyed on the message thread,
+// or by a thread that holds the message manager's lock for the whole time (a
+// derived class's first base can take it before this one is built).
 class AutomatedAudioProcessor : public juce::AudioProcessor
 {
 public:
@@ -67,8 +69,6 @@ public:
     // Appends an entry for `path` in the automation root. Returns its host
     // index, or -1 if no parameter has that path (nothing is added).
     int addAutomation (const juce::String& path, const juce::String& label);
-    int getNumAutomationEntries() const { return entries.size(); }
-    AutomationEntry* getAutomationEntry (int index) const { return entries[index]; }
 
     int getNumPrograms() override { return juce::jmax (1, programNames.size()); }
     int getCurrentProgram() override { return juce::jmax (0, currentProgram); }

@@ -8,12 +8,6 @@ void TavrineComponentConnector::setTypeTest (SpecialComponent slot, TypeTest tes
         typeTests[index] = std::move (test);
 }
 
-bool TavrineComponentConnector::hasTypeTest (SpecialComponent slot) const
-{
-    const auto index = (size_t) slot;
-    return index < typeTests.size() && typeTests[index] != nullptr;
-}
-
 bool TavrineComponentConnector::connectSpecial (juce::Component& component, qvrControllableAPI::Controllable& controllable)
 {
     for (auto& test : typeTests)

@@ -61,8 +61,6 @@ public:
         });
     }
 
-    bool hasTypeTest (SpecialComponent slot) const;
-
 protected:
     bool connectSpecial (juce::Component& component, qvrControllableAPI::Controllable& controllable) override;
 

@@ -2,19 +2,17 @@
 
 #include "shell/TavrinePluginProcessor.h"
 
-TavrinePluginEditor::TavrinePluginEditor (TavrinePluginProcessor& processor, TavrinePlayerInstance& playerInstance,
-                                          bool& openedOnce)
+TavrinePluginEditor::TavrinePluginEditor (TavrinePluginProcessor& processor, TavrinePlayerInstance& playerInstance)
     : juce::AudioProcessorEditor (processor), instance (playerInstance)
 {
-    openedOnce = true;
     setSize (kDefaultWidth, kDefaultHeight);
     timerCallback();
     startTimerHz (4);
 }
 
-juce::AudioProcessorEditor* TavrinePluginEditor::create (TavrinePluginProcessor& processor, bool& openedOnce)
+juce::AudioProcessorEditor* TavrinePluginEditor::create (TavrinePluginProcessor& processor)
 {
-    return new TavrinePluginEditor (processor, processor.getPlayerInstance(), openedOnce);
+    return new TavrinePluginEditor (processor, processor.getPlayerInstance());
 }
 
 TavrinePluginEditor::~TavrinePluginEditor()

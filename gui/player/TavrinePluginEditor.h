@@ -16,11 +16,11 @@ public:
     static constexpr int kDefaultWidth = GuiWidthValueConverter::kMedium;
     static constexpr int kDefaultHeight = 300;
 
-    TavrinePluginEditor (TavrinePluginProcessor& processor, TavrinePlayerInstance& instance, bool& openedOnce);
+    TavrinePluginEditor (TavrinePluginProcessor& processor, TavrinePlayerInstance& instance);
     ~TavrinePluginEditor() override;
 
     // The processor's editor factory (TavrinePluginProcessor::setEditorFactory).
-    static juce::AudioProcessorEditor* create (TavrinePluginProcessor& processor, bool& openedOnce);
+    static juce::AudioProcessorEditor* create (TavrinePluginProcessor& processor);
 
     void paint (juce::Graphics& g) override;
 

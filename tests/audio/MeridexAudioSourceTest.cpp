@@ -75,7 +75,8 @@ TEST (MeridexAudioSource, AModeChangeRebuildsTheEngineAndClearsTheReadAhead)
     rig.source->meridexProcMode.write ("Pro V3");
     juce::AudioBuffer<float> buffer (2, 128);
     rig.source->getNextAudioBlock (juce::AudioSourceChannelInfo (buffer));
-    EXPECT_EQ (rig.source->getEngineMode(), 10);
+    // "Pro V3" is not built: the engine that runs is the "Efficient V3" fallback.
+    EXPECT_EQ (rig.source->getEngineMode(), 11);
     // One block of a fresh engine: only what that block read ahead.
     EXPECT_LT (rig.source->meridexReadAhead.read(), 8192.0);
 }
@@ -94,11 +95,26 @@ TEST (MeridexAudioSource, RestoringWithMoreReadAheadThanPositionSeeksToTheStart)
     EXPECT_EQ (rig.source->meridexReadAhead.read(), 0.0);
 }
 
-TEST (MeridexAudioSource, BlocksAllocateNothingOnceTheEngineIsBuilt)
+// Requested mode, and the engine that runs for it in this build.
+struct ModeCase
+{
+    const char* requested;
+    int engineMode;
+};
+
+class MeridexAudioSourceModes : public ::testing::TestWithParam<ModeCase>
+{
+};
+
+// A fallback engine must not be taken for a change of mode on every block.
+TEST_P (MeridexAudioSourceModes, ReportsTheEngineInUseAndAllocatesNothingOnceItIsBuilt)
 {
     StretchRig rig;
+    rig.source->meridexProcMode.write (GetParam().requested);
     rig.source->stretchFactor.write (1.25);
     renderSeconds (*rig.source, 0.05);
+    EXPECT_EQ (rig.source->getEngineMode(), GetParam().engineMode);
+
     juce::AudioBuffer<float> buffer (2, 512);
     const ScopedAllocationCount count;
     for (int i = 0; i < 100; ++i)
@@ -107,4 +123,29 @@ TEST (MeridexAudioSource, BlocksAllocateNothingOnceTheEngineIsBuilt)
         rig.source->getNextAudioBlock (juce::AudioSourceChannelInfo (buffer));
     }
     EXPECT_EQ (count.count(), 0u);
+    EXPECT_EQ (rig.source->getEngineMode(), GetParam().engineMode);
+}
+
+INSTANTIATE_TEST_SUITE_P (BuiltAndFallback, MeridexAudioSourceModes,
+                          ::testing::Values (ModeCase { "Efficient V3", 11 }, ModeCase { "Pro V3", 11 },
+                                             ModeCase { "Pro", 11 }));
+
+TEST (MeridexAudioSource, FramesNeededForOneBlockFollowTheFactors)
+{
+    const std::pair<double, double> factors[] = { { 1.0, 1.0 }, { 0.5, 1.0 }, { 0.5, 2.0 }, { 3.0, 0.5 }, { 1.0, 1.0 } };
+    MeridexAudioSource source (true);
+    for (const auto& [stretch, pitch] : factors)
+    {
+        source.stretchFactor.write (stretch);
+        source.pitchFactor.write (pitch);
+        MeridexAudioSource fresh (true);
+        fresh.stretchFactor.write (stretch);
+        fresh.pitchFactor.write (pitch);
+        SCOPED_TRACE (juce::String (stretch) + " x " + juce::String (pitch));
+        EXPECT_EQ (source.getFramesNeededForOneBlock(), fresh.getFramesNeededForOneBlock());
+    }
+    // Half as long needs more input.
+    const int neutral = source.getFramesNeededForOneBlock();
+    source.stretchFactor.write (0.5);
+    EXPECT_GT (source.getFramesNeededForOneBlock(), neutral);
 }

@@ -1,8 +1,10 @@
 #include <cmath>
 #include <limits>
+#include <optional>
 
 #include "cli/RenderCommand.h"
 #include "tests/cli/CliTestSupport.h"
+#include "tests/support/AllocationCounter.h"
 
 using namespace tavrineCli;
 
@@ -16,11 +18,29 @@ class ProbeProcessor final : public juce::AudioProcessor
 public:
     ProbeProcessor() : AudioProcessor (BusesProperties().withOutput ("Out", juce::AudioChannelSet::stereo(), true)) {}
 
-    void prepareToPlay (double, int maxBlock) override { preparedBlockSize = maxBlock; }
-    void releaseResources() override { ++releaseCount; }
+    void prepareToPlay (double, int maxBlock) override
+    {
+        preparedBlockSize = maxBlock;
+        prepareThread = juce::Thread::getCurrentThreadId();
+        events.reserve (1024);
+    }
+    void releaseResources() override
+    {
+        ++releaseCount;
+        releaseThread = juce::Thread::getCurrentThreadId();
+    }
 
     void processBlock (juce::AudioBuffer<float>& buffer, juce::MidiBuffer& midi) override
     {
+        blocksOffThePrepareThread += juce::Thread::getCurrentThreadId() != prepareThread;
+        // From the second block on: what the host's loop, the probe and the
+        // sink allocated in between.
+        if (rendered == 0)
+            allocationsAfterFirstBlock.reset();
+        else if (! allocationsAfterFirstBlock.has_value())
+            allocationsAfterFirstBlock.emplace();
+        else
+            allocationsInLaterBlocks = allocationsAfterFirstBlock->count();
         const auto position = getPlayHead()->getPosition();
         playHeadErrors += position->getTimeInSamples().orFallback (-1) != (position->getIsPlaying() ? rendered : 0);
         blocksPlaying += position->getIsPlaying();
@@ -55,6 +75,10 @@ public:
     std::vector<std::pair<juce::int64, int>> events;
     juce::int64 rendered = 0;
     int preparedBlockSize = 0, maxBlockSeen = 0, releaseCount = 0, playHeadErrors = 0, blocksPlaying = 0;
+    int blocksOffThePrepareThread = 0;
+    juce::Thread::ThreadID prepareThread {}, releaseThread {};
+    std::optional<tavrine::test::ScopedAllocationCount> allocationsAfterFirstBlock;
+    std::size_t allocationsInLaterBlocks = 0;
 };
 
 RenderOptions optionsFor (const juce::File& out, int rate, int blockSize)
@@ -102,6 +126,58 @@ TEST (RenderOffline, EveryBlockSizeDeliversEachEventOnItsSampleWithAMatchingPlay
             }
         }
     }
+}
+
+// As in a host: prepare, blocks and release on one audio thread of their own,
+// while the message thread goes on delivering messages (timers, callAsync).
+TEST (RenderOffline, RunsTheCallbacksOnAnAudioThreadWhileTheMessageThreadDeliversMessages)
+{
+    const auto schedule = MidiSchedule::makeBuiltInPattern (120.0, 44100.0);
+    ProbeProcessor probe;
+    OfflineRenderSettings settings;
+    settings.blockSize = 256;
+    settings.lengthSamples = 20 * 256;
+
+    // Shared with the message, which may arrive after a failed wait.
+    struct Delivery
+    {
+        juce::WaitableEvent arrived;
+        std::atomic<bool> onMessageThread { false };
+    };
+    const auto delivery = std::make_shared<Delivery>();
+    int sunkBlocks = 0;
+    bool deliveredDuringRender = false;
+    ASSERT_TRUE (renderOffline (probe, schedule, settings, [&] (const juce::AudioBuffer<float>&) {
+        if (++sunkBlocks == 3)
+        {
+            juce::MessageManager::callAsync ([delivery] {
+                delivery->onMessageThread = juce::MessageManager::existsAndIsCurrentThread();
+                delivery->arrived.signal();
+            });
+            deliveredDuringRender = delivery->arrived.wait (5000);
+        }
+        return true;
+    }));
+
+    const auto messageThread = juce::MessageManager::getInstance()->getCurrentMessageThread();
+    EXPECT_NE (probe.prepareThread, messageThread);
+    EXPECT_EQ (probe.releaseThread, probe.prepareThread);
+    EXPECT_EQ (probe.blocksOffThePrepareThread, 0);
+    EXPECT_EQ (probe.rendered, settings.lengthSamples);
+    EXPECT_TRUE (deliveredDuringRender);
+    EXPECT_TRUE (delivery->onMessageThread.load());
+}
+
+TEST (RenderOffline, BlocksAfterTheFirstAllocateNothingOnTheAudioThread)
+{
+    const auto schedule = MidiSchedule::makeBuiltInPattern (150.0, 44100.0);
+    ProbeProcessor probe;
+    OfflineRenderSettings settings;
+    settings.blockSize = 64;
+    settings.lengthSamples = schedule.getLengthSamples() + 100;
+    ASSERT_TRUE (renderOffline (probe, schedule, settings, [] (const juce::AudioBuffer<float>&) { return true; }));
+    ASSERT_FALSE (probe.events.empty());
+    EXPECT_EQ (probe.allocationsInLaterBlocks, 0u);
 }
 
 using RenderToFile = CliTempDirTest;

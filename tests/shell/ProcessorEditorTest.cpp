@@ -21,11 +21,10 @@ struct FactoryCall
     static inline TavrinePluginProcessor* processor = nullptr;
     static inline int calls = 0;
 
-    static juce::AudioProcessorEditor* make (TavrinePluginProcessor& p, bool& openedOnce)
+    static juce::AudioProcessorEditor* make (TavrinePluginProcessor& p)
     {
         processor = &p;
         ++calls;
-        openedOnce = true;
         return new juce::GenericAudioProcessorEditor (p);
     }
 };
