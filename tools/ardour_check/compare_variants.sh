@@ -35,8 +35,8 @@ args_for() {
     esac
 }
 
-declare -A crashes runs failures
-for v in "${variants[@]}"; do crashes[$v]=0 runs[$v]=0 failures[$v]=0; done
+declare -A crashes runs failures hangs
+for v in "${variants[@]}"; do crashes[$v]=0 runs[$v]=0 failures[$v]=0 hangs[$v]=0; done
 for ((r = 1; r <= rounds; ++r)); do
     for v in "${variants[@]}"; do
         mapfile -t a < <(args_for "$v")
@@ -46,11 +46,13 @@ for ((r = 1; r <= rounds; ++r)); do
         cat "$out/round.log" >> "$log"
         c="$(sed -n 's/^summary: \([0-9]*\) crashes, \([0-9]*\) failures.*/\1/p' "$out/round.log")"
         f="$(sed -n 's/^summary: \([0-9]*\) crashes, \([0-9]*\) failures.*/\2/p' "$out/round.log")"
+        h="$(sed -n 's/^summary: .*, \([0-9]*\) hangs$/\1/p' "$out/round.log")"
+        hangs[$v]=$((hangs[$v] + ${h:-0}))
         crashes[$v]=$((crashes[$v] + ${c:-0}))
         failures[$v]=$((failures[$v] + ${f:-0}))
         runs[$v]=$((runs[$v] + per))
-        echo "round $r $v: crashes ${c:-?} failures ${f:-?} (total ${crashes[$v]}/${runs[$v]})"
+        echo "round $r $v: crashes ${c:-?} failures ${f:-?} hangs ${h:-?} (total ${crashes[$v]}/${runs[$v]})"
     done
 done
-echo "variant crashes failures runs"
-for v in "${variants[@]}"; do echo "$v ${crashes[$v]} ${failures[$v]} ${runs[$v]}"; done
+echo "variant crashes hangs failures runs"
+for v in "${variants[@]}"; do echo "$v ${crashes[$v]} ${hangs[$v]} ${failures[$v]} ${runs[$v]}"; done
