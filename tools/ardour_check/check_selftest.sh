@@ -6,6 +6,8 @@
 #      without the instrument and call it a pass.
 #   2. A silent render with --require-sound (the session without an
 #      instrument): the silence test must see it.
+#   3. An export that never finishes (provoked with a 1 s time-out): it must
+#      fail even where known Ardour faults are run once more.
 set -u
 here="$(cd "$(dirname "$0")" && pwd)"
 work="$(mktemp -d "${TMPDIR:-/tmp}/ardour-selftest.XXXXXX")"
@@ -34,5 +36,8 @@ expect "unloadable bundle" "run 1: fail session" \
 
 expect "silent render" "run 1: fail silent" \
     "$here/ardour_export_check.sh" --no-instrument --require-sound
+
+ARDOUR_CHECK_EXPORT_TIMEOUT=1 expect "hang, run twice" "run 1: hang" \
+    "$here/ardour_export_check.sh" --no-instrument --retry-known-ardour-faults
 
 exit $failed
