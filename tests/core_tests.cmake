@@ -21,6 +21,7 @@ add_executable(tavrine_tests
     engine/SampleRateConverterTest.cpp
     engine/TriggerSyncTest.cpp
     shell/ProcessorMidiTest.cpp
+    shell/ProcessorBusLayoutTest.cpp
     shell/ProcessorHostTableTest.cpp
     shell/SettingsTest.cpp
     controllable/HandlesTest.cpp
