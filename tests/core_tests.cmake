@@ -3,6 +3,7 @@
 add_executable(tavrine_tests
     support/AllocationCounter.cpp
     support/JuceTestMain.cpp
+    support/AllocationCounterTest.cpp
     controllable/ParameterCoreTest.cpp
     controllable/ParameterNotificationTest.cpp
     controllable/ForwardingTest.cpp
