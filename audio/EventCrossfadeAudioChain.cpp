@@ -98,7 +98,7 @@ void EventCrossfadeAudioChain::setTimeline (AudioEventTimeline* newTimeline)
 void EventCrossfadeAudioChain::applyEvent (AudioEvent* event, juce::AudioSource* source)
 {
     const int length = juce::jmin (crossfadeBufferSize.read(), crossfadeBuffer.getNumSamples());
-    if (! suppressNextFade && length > 0 && crossfadeRemaining == 0)
+    if (length > 0 && crossfadeRemaining == 0)
     {
         crossfadeBuffer.clear();
         for (auto* member : crossfadeSources)
@@ -141,11 +141,7 @@ void EventCrossfadeAudioChain::renderSegment (const juce::AudioSourceChannelInfo
     if (numSamples <= 0)
         return;
     juce::AudioSourceChannelInfo rest (info.buffer, info.startSample, numSamples);
-    if (suppressNextFade)
-    {
-        suppressNextFade = false;
-    }
-    else if (crossfadeRemaining > 0)
+    if (crossfadeRemaining > 0)
     {
         const int m = juce::jmin (crossfadeRemaining, numSamples);
         AudioSourceChain::renderSegment (rest, source, m);

@@ -57,9 +57,6 @@ public:
     // Also publishes `crossfadeBufferSize` (once).
     void setTimeline (AudioEventTimeline* timeline) override;
 
-    // Audio thread: the next event cuts without a fade, and the next segment
-    // mixes no fade.
-    void setSuppressNextFade() noexcept { suppressNextFade = true; }
     bool isCrossfading() const noexcept { return crossfadeRemaining > 0; }
     // The last samples that left the chain: age 0 is the newest, up to
     // kEdgeSamples - 1. Audio thread.
@@ -90,7 +87,6 @@ private:
 
     // Members in chain order; the chain holds them alive through its providers.
     juce::Array<CrossfadableSource*> crossfadeSources;
-    bool suppressNextFade = false;
     int crossfadeRemaining = 0;
     int crossfadeLength = 0;
     juce::AudioBuffer<float> crossfadeBuffer;

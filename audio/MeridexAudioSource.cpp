@@ -171,11 +171,6 @@ void MeridexAudioSource::prepareToPlay (int, double newSampleRate)
 void MeridexAudioSource::releaseResources()
 {
     const juce::ScopedLock sl (lock);
-    if (keepOnRelease)
-    {
-        resetEngine();
-        return;
-    }
     destroyEngine();
     requestedMode = engineMode = -1;
     input.setSize (kChannels, 0);

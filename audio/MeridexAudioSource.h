@@ -65,8 +65,6 @@ public:
     // Silence in, for as long as it is set: the engine runs on but the
     // read-ahead does not grow.
     void setInputMuted (bool muted) noexcept { inputMuted = muted; }
-    // With it, releaseResources only resets the engine.
-    void setKeepOnRelease (bool keep) noexcept { keepOnRelease = keep; }
 
     // Whether the factors are neutral enough for a bypassing source to pass
     // its upstream through as it is.
@@ -109,7 +107,6 @@ private:
     int engineMode = -1;
     const bool bypassWhenNeutral;
     bool inputMuted = false;
-    bool keepOnRelease = false;
     float lastStretch = -1.0f, lastPitch = -1.0f, lastFormant = -1.0f;
     juce::int64 savedPosition = 0;
     juce::AudioSource* upstream = nullptr;

@@ -8,6 +8,7 @@
 
 #include "cli/CommandLineSupport.h"
 #include "cli/MidiSchedule.h"
+#include "engine/TavrineMasterChain.h"
 
 // `tavrine render`: hosts the player in-process as a host's offline bounce
 // would, and writes the main stereo output to a WAV file.
@@ -39,9 +40,9 @@ struct RenderOptions
     static constexpr int kMaxSampleRate = 384000;
     static constexpr int kMinBlockSize = 1;
     static constexpr int kMaxBlockSize = 16384;
-    // The range of the master tempo parameters.
-    static constexpr double kMinBpm = 30.0;
-    static constexpr double kMaxBpm = 300.0;
+    // The range of the master tempo parameters: a host may send any of it.
+    static constexpr double kMinBpm = TavrineMasterChain::kMinBpm;
+    static constexpr double kMaxBpm = TavrineMasterChain::kMaxBpm;
     // Bounds the file size and the render time of a mistyped length.
     static constexpr double kMaxSeconds = 3600.0;
 

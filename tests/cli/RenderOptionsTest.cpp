@@ -41,11 +41,12 @@ TEST (RenderOptions, AcceptsRangeBoundsAndReportsEveryKindOfBadInput)
         const char* error; // empty: accepted
     };
     const Case cases[] = {
-        { "--rate 8000 --block 1 --bpm 30 --tail 0", "" },
-        { "--rate 384000 --block 16384 --bpm 300 --seconds 3600 --bits 32", "" },
+        { "--rate 8000 --block 1 --bpm 1 --tail 0", "" },
+        { "--rate 384000 --block 16384 --bpm 999 --seconds 3600 --bits 32", "" },
         { "--rate 7999", "--rate: 7999 is out of range (8000 to 384000)" },
         { "--block 0", "--block: 0 is out of range (1 to 16384)" },
-        { "--bpm 29.9", "--bpm: 29.9 is out of range" },
+        { "--bpm 0.9", "--bpm: 0.9 is out of range" },
+        { "--bpm 999.1", "--bpm: 999.1 is out of range" },
         { "--seconds 0", "--seconds: 0 is out of range" },
         { "--tail -0.5", "--tail: -0.5 is out of range" },
         { "--bits 8", "--bits: '8' is not one of 16, 24, 32" },
