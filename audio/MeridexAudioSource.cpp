@@ -27,6 +27,7 @@ MeridexAudioSource::MeridexAudioSource (bool bypassIfNeutral) : bypassWhenNeutra
 
 MeridexAudioSource::~MeridexAudioSource()
 {
+    meridexProcMode->removeChangeListener (&modeMirror, true);
     const juce::ScopedLock sl (lock);
     destroyEngine();
 }
@@ -38,6 +39,8 @@ void MeridexAudioSource::defineParameters()
     meridexProcMode.defaultValue = juce::String ("Pro V3");
     meridexProcMode.value = juce::String ("Pro");
     addParameter (meridexProcMode.getParameter());
+    meridexProcMode->addChangeListener (&modeMirror, true);
+    mirrorSelectedMode();
 
     stretchFactor.minimum = 0.25;
     stretchFactor.maximum = 4.0;
@@ -78,12 +81,11 @@ void MeridexAudioSource::upstreamChanged (juce::AudioSource* source, AudioSource
     upstream = source;
 }
 
-int MeridexAudioSource::selectedModeNumber() const
+void MeridexAudioSource::mirrorSelectedMode()
 {
     const int index = meridexProcMode->getValue()->getChoiceIndex();
-    if (index < 0 || index >= meridex::kModeCount)
-        return meridex::kModeTable[0].modeNumber;
-    return meridex::kModeTable[index].modeNumber;
+    const bool known = index >= 0 && index < meridex::kModeCount;
+    selectedMode.store (meridex::kModeTable[known ? index : 0].modeNumber, std::memory_order_relaxed);
 }
 
 bool MeridexAudioSource::isBypassing() const

@@ -178,7 +178,7 @@ void TavrineLoop::segmentRendered (int numSamples)
 {
     // A plain store without notification: a count that moves every segment
     // is polled by its readers, not pushed to them.
-    *samplesPlayedInLoop.getRaw() += numSamples;
+    samplesPlayedInLoop.getRaw()->fetch_add (numSamples, std::memory_order_relaxed);
 }
 
 void TavrineLoop::rewind (int numSamples)
@@ -188,5 +188,5 @@ void TavrineLoop::rewind (int numSamples)
         return;
     const int position = ((nextReadPosition.read() - numSamples) % length + length) % length;
     nextReadPosition.write (position);
-    *samplesPlayedInLoop.getRaw() -= numSamples;
+    samplesPlayedInLoop.getRaw()->fetch_sub (numSamples, std::memory_order_relaxed);
 }

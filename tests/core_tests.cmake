@@ -41,3 +41,6 @@ target_sources(tavrine_tests PRIVATE
     audio/BalanceAndEqSourceTest.cpp
     audio/ParameterInterpolatorTest.cpp
     audio/LoopChainSourcesTest.cpp)
+# Parameter writers on other threads against the render thread (TSan).
+target_sources(tavrine_tests PRIVATE
+    shell/ParameterRaceTest.cpp)
