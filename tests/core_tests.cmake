@@ -44,3 +44,6 @@ target_sources(tavrine_tests PRIVATE
 # Parameter writers on other threads against the render thread (TSan).
 target_sources(tavrine_tests PRIVATE
     shell/ParameterRaceTest.cpp)
+# Host parameters: text, parsing and range through the automation handle.
+target_sources(tavrine_tests PRIVATE
+    controllable/AutomationEntryTest.cpp)
