@@ -29,38 +29,6 @@ void shortcutRead (benchmark::State& state)
 }
 BENCHMARK (shortcutRead);
 
-// The shortcut read as it was before value storage became atomic: a plain
-// load through the cached pointer, then the (here empty) modifier walk. Kept
-// as the reference that shortcutRead is compared with in the same run.
-void shortcutReadPlainReference (benchmark::State& state)
-{
-    struct PlainShortcut
-    {
-        double* storage = nullptr;
-        bool hasModifiers = false;
-        juce::Array<ValueModifier*> modifiers;
-
-        double get() const noexcept
-        {
-            double v = *storage;
-            if (hasModifiers)
-                for (int i = modifiers.size(); --i >= 0;)
-                {
-                    double outer {};
-                    modifiers.getUnchecked (i)->toOuter (nullptr, v, outer);
-                    v = outer;
-                }
-            return v;
-        }
-    };
-    double stored = 0.5;
-    PlainShortcut shortcut;
-    shortcut.storage = &stored;
-    for (auto _ : state)
-        benchmark::DoNotOptimize (shortcut.get());
-}
-BENCHMARK (shortcutReadPlainReference);
-
 // A handle's read on the audio thread: one relaxed load.
 void handleRead (benchmark::State& state)
 {
