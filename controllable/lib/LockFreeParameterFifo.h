@@ -42,7 +42,8 @@ public:
 
     LockFreeParameterFifo();
 
-    // Any thread, wait-free of locks. False when full (counted for the drain).
+    // Any thread; no lock, no system call. False when full (counted for the
+    // drain).
     bool push (ParameterDef* parameter) noexcept;
 
     // Message thread: hands every readable entry, in order, to `deliver`.
