@@ -19,8 +19,8 @@ MemoryAudioSource::MemoryAudioSource()
     totalLength.defaultValue = 0;
     sourceLooping.defaultValue = false;
     // Position and length are playback state, not settings.
-    addParameter (nextReadPosition.getParameter(), true);
-    addParameter (totalLength.getParameter(), true);
+    addParameter (nextReadPosition.getParameter(), qvrControllableLib::ParameterPersistence::transient);
+    addParameter (totalLength.getParameter(), qvrControllableLib::ParameterPersistence::transient);
     addParameter (sourceLooping.getParameter());
 }
 
