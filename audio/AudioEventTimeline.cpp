@@ -4,7 +4,7 @@ namespace qvrControllableAudio
 {
 AudioEventTimeline::AudioEventTimeline()
 {
-    addParameter (currentTime.getParameter(), true);
+    addParameter (currentTime.getParameter(), qvrControllableLib::ParameterPersistence::transient);
     currentTimeShortcut.connect (currentTime->getValue().get());
 }
 

@@ -225,8 +225,8 @@ AudioSourceChain::PositionableProxy::PositionableProxy (AudioSourceChain& owner,
                                                         ParameterDef* upstreamTotalLength)
     : chain (owner), positionable (headPositionable), watchedTotalLength (upstreamTotalLength)
 {
-    addParameter (nextReadPosition.getParameter(), true);
-    addParameter (totalLength.getParameter(), true);
+    addParameter (nextReadPosition.getParameter(), qvrControllableLib::ParameterPersistence::transient);
+    addParameter (totalLength.getParameter(), qvrControllableLib::ParameterPersistence::transient);
     positionValue.connect (nextReadPosition->getValue().get());
     lengthValue.connect (totalLength->getValue().get());
     if (watchedTotalLength != nullptr)

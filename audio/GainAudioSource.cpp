@@ -38,10 +38,10 @@ GainAudioSource::GainAudioSource()
     addParameter (gain.getParameter());
     // The view has no value of its own and the flag is a reading, not a
     // setting: neither belongs in saved state.
-    addParameter (gainDb.getParameter(), true);
+    addParameter (gainDb.getParameter(), qvrControllableLib::ParameterPersistence::transient);
     addParameter (gainRamp.getParameter());
     addParameter (detectClipping.getParameter());
-    addParameter (clipping.getParameter(), true);
+    addParameter (clipping.getParameter(), qvrControllableLib::ParameterPersistence::transient);
     addParameter (clipReleaseSamples.getParameter());
 
     clippingWriter.connect (clipping->getValue().get());

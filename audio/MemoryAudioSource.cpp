@@ -19,8 +19,8 @@ MemoryAudioSource::MemoryAudioSource()
     totalLength.defaultValue = 0;
     sourceLooping.defaultValue = false;
     // Position and length are playback state, not settings.
-    addParameter (nextReadPosition.getParameter(), true);
-    addParameter (totalLength.getParameter(), true);
+    addParameter (nextReadPosition.getParameter(), qvrControllableLib::ParameterPersistence::transient);
+    addParameter (totalLength.getParameter(), qvrControllableLib::ParameterPersistence::transient);
     addParameter (sourceLooping.getParameter());
 }
 
@@ -43,7 +43,9 @@ void MemoryAudioSource::getNextAudioBlock (const juce::AudioSourceChannelInfo& i
 
 bool MemoryAudioSource::renderLocked (const juce::AudioSourceChannelInfo& info)
 {
-    int* position = nextReadPosition.getRaw();
+    // Written and read only under the source's lock here; the atomic is for
+    // the readers outside it.
+    auto* position = nextReadPosition.getRaw();
     const int startPosition = *position;
     const int length = buffer != nullptr ? buffer->getNumSamples() : 0;
     const int sourceChannels = buffer != nullptr ? buffer->getNumChannels() : 0;
@@ -112,9 +114,8 @@ void MemoryAudioSource::setNextReadPosition (juce::int64 newPosition)
     bool moved = false;
     {
         const juce::ScopedLock sl (lock);
-        int* position = nextReadPosition.getRaw();
-        moved = *position != low32 (newPosition);
-        *position = low32 (newPosition);
+        moved = nextReadPosition.read() != low32 (newPosition);
+        nextReadPosition.store (low32 (newPosition));
     }
     if (moved)
         signalPositionChanged();
@@ -144,10 +145,10 @@ void MemoryAudioSource::setBuffer (juce::AudioSampleBuffer* newBuffer, bool dele
         const juce::ScopedLock sl (lock);
         oldBuffer = buffer;
         buffer = newBuffer;
-        oldLength = *totalLength.getRaw();
-        oldPosition = *nextReadPosition.getRaw();
-        *totalLength.getRaw() = newLength;
-        *nextReadPosition.getRaw() = 0;
+        oldLength = totalLength.read();
+        oldPosition = nextReadPosition.read();
+        totalLength.store (newLength);
+        nextReadPosition.store (0);
     }
     if (deleteOld && oldBuffer != newBuffer)
         delete oldBuffer;
@@ -169,7 +170,7 @@ void MemoryAudioSource::restoreCrossfadeState()
     {
         const juce::ScopedLock sl (lock);
         inCrossfade = false;
-        *nextReadPosition.getRaw() = savedPosition;
+        nextReadPosition.store (savedPosition);
     }
     signalPositionChanged();
 }

@@ -27,6 +27,7 @@ MeridexAudioSource::MeridexAudioSource (bool bypassIfNeutral) : bypassWhenNeutra
 
 MeridexAudioSource::~MeridexAudioSource()
 {
+    meridexProcMode->removeChangeListener (&modeMirror, true);
     const juce::ScopedLock sl (lock);
     destroyEngine();
 }
@@ -38,6 +39,8 @@ void MeridexAudioSource::defineParameters()
     meridexProcMode.defaultValue = juce::String ("Pro V3");
     meridexProcMode.value = juce::String ("Pro");
     addParameter (meridexProcMode.getParameter());
+    meridexProcMode->addChangeListener (&modeMirror, true);
+    mirrorSelectedMode();
 
     stretchFactor.minimum = 0.25;
     stretchFactor.maximum = 4.0;
@@ -46,7 +49,7 @@ void MeridexAudioSource::defineParameters()
 
     stretchLinear.bind (stretchFactor->createForwardingParameter (kStretchLinear, nullptr));
     stretchLinear->setModifier (new qvrControllableLib::StretchLinearizerModifier (10.0, 1.0, 1.0));
-    addParameter (stretchLinear.getParameter(), true);
+    addParameter (stretchLinear.getParameter(), qvrControllableLib::ParameterPersistence::transient);
 
     pitchFactor.minimum = 0.125;
     pitchFactor.maximum = 8.0;
@@ -57,11 +60,11 @@ void MeridexAudioSource::defineParameters()
     pitchSemitones->setModifier (new qvrControllableLib::LogarithmicValueModifier (2.0, 12.0, 1.0));
     for (int semitone = -12; semitone <= 12; ++semitone)
         pitchSemitones->getValueList()->addFloat (semitone);
-    addParameter (pitchSemitones.getParameter(), true);
+    addParameter (pitchSemitones.getParameter(), qvrControllableLib::ParameterPersistence::transient);
 
     pitchCents.bind (pitchFactor->createForwardingParameter (kPitchCents, nullptr));
     pitchCents->setModifier (new qvrControllableLib::PitchCentsModifier (2.0, 12.0, 1.0));
-    addParameter (pitchCents.getParameter(), true);
+    addParameter (pitchCents.getParameter(), qvrControllableLib::ParameterPersistence::transient);
 
     formantFactor.minimum = 0.25;
     formantFactor.maximum = 4.0;
@@ -69,7 +72,7 @@ void MeridexAudioSource::defineParameters()
     addParameter (formantFactor.getParameter());
 
     meridexReadAhead.defaultValue = 0.0;
-    addParameter (meridexReadAhead.getParameter(), true);
+    addParameter (meridexReadAhead.getParameter(), qvrControllableLib::ParameterPersistence::transient);
 }
 
 void MeridexAudioSource::upstreamChanged (juce::AudioSource* source, AudioSourceProvider*, AudioSourceProvider*)
@@ -78,12 +81,11 @@ void MeridexAudioSource::upstreamChanged (juce::AudioSource* source, AudioSource
     upstream = source;
 }
 
-int MeridexAudioSource::selectedModeNumber() const
+void MeridexAudioSource::mirrorSelectedMode()
 {
     const int index = meridexProcMode->getValue()->getChoiceIndex();
-    if (index < 0 || index >= meridex::kModeCount)
-        return meridex::kModeTable[0].modeNumber;
-    return meridex::kModeTable[index].modeNumber;
+    const bool known = index >= 0 && index < meridex::kModeCount;
+    selectedMode.store (meridex::kModeTable[known ? index : 0].modeNumber, std::memory_order_relaxed);
 }
 
 bool MeridexAudioSource::isBypassing() const

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 
 #include "audio/AudioSourceProvider.h"
@@ -20,7 +21,9 @@ namespace qvrControllableAudio
 // which also guards every call into the engine. A change of mode rebuilds the
 // engine inside getNextAudioBlock: the one place where this source allocates
 // on the audio thread. Parameters are written from any thread and read inside
-// the lock.
+// the lock. The mode's name is a string and strings are never read on the
+// audio thread: a synchronous listener turns each write of it into a mode
+// number (selectedMode) on the writing thread, and the audio thread reads that.
 class MeridexAudioSource : public ChainableAudioSourceProvider,
                            public juce::AudioSource,
                            public qvrControllableLib::BasicControllable,
@@ -87,8 +90,20 @@ public:
     qvrControllableHandle::FloatParamDefHandle meridexReadAhead { kMeridexReadAhead };
 
 private:
+    // Keeps selectedMode in step with meridexProcMode, on the writing thread.
+    class ModeMirror : public qvrControllableAPI::ParameterChangeListener
+    {
+    public:
+        explicit ModeMirror (MeridexAudioSource& s) : source (s) {}
+        void parameterChanged (qvrControllableAPI::ParameterDef*) override { source.mirrorSelectedMode(); }
+
+    private:
+        MeridexAudioSource& source;
+    };
+
     void defineParameters();
-    int selectedModeNumber() const;
+    void mirrorSelectedMode();
+    int selectedModeNumber() const noexcept { return selectedMode.load (std::memory_order_relaxed); }
     void createEngine (int modeNumber);
     void destroyEngine();
     void forgetSentFactors() noexcept;
@@ -112,6 +127,8 @@ private:
     juce::AudioSource* upstream = nullptr;
     int cachedFramesNeeded = -1;
     float cachedStretch = 0.0f, cachedPitch = 0.0f;
+    std::atomic<int> selectedMode { meridex::kModeTable[0].modeNumber };
+    ModeMirror modeMirror { *this };
 
     JUCE_DECLARE_NON_COPYABLE (MeridexAudioSource)
 };

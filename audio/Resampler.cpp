@@ -43,7 +43,7 @@ Resampler::Resampler() : FilteringAudioSourceWrapper (nullptr, this)
     resamplingLinear.bind (view);
 
     addParameter (resamplingRatio.getParameter());
-    addParameter (resamplingLinear.getParameter(), true);
+    addParameter (resamplingLinear.getParameter(), qvrControllableLib::ParameterPersistence::transient);
 }
 
 Resampler::~Resampler() = default;

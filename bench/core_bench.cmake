@@ -7,3 +7,6 @@ tavrine_set_warnings(tavrine_bench)
 # Sources of the audio graph: one loop's chain.
 target_sources(tavrine_bench PRIVATE
     audio/LoopChainBench.cpp)
+# The parameter FIFO's write against a locked reference.
+target_sources(tavrine_bench PRIVATE
+    controllable/ParameterFifoBench.cpp)

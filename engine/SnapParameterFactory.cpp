@@ -30,7 +30,7 @@ SnapParameterFactory::Grid SnapParameterFactory::createGrid (qvrControllableLib:
     fillTimes (*times, defaultMode);
 
     owner.addParameter (mode.getParameter());
-    owner.addParameter (times, true);
+    owner.addParameter (times, qvrControllableLib::ParameterPersistence::transient);
     snapModes.add (mode.getParameter());
     snapTimes.add (times);
     mode->addChangeListener (this, true);

@@ -31,10 +31,10 @@ void TavrineLoop::defineParameters (int numOutputBuses)
     auto& p = *ownParameters;
 
     // State of the key: derived at run time, never saved.
-    p.addParameter (trigger.getParameter(), true);
-    p.addParameter (playing.getParameter(), true);
+    p.addParameter (trigger.getParameter(), qvrControllableLib::ParameterPersistence::transient);
+    p.addParameter (playing.getParameter(), qvrControllableLib::ParameterPersistence::transient);
     p.addParameter (freeMode.getParameter());
-    p.addParameter (samplesPlayedInLoop.getParameter(), true);
+    p.addParameter (samplesPlayedInLoop.getParameter(), qvrControllableLib::ParameterPersistence::transient);
 
     gainXy.minimum = 0.0;
     gainXy.maximum = 2.0;
@@ -82,10 +82,10 @@ void TavrineLoop::defineParameters (int numOutputBuses)
     outputBus->setConverter (new OutputBusValueConverter());
     p.addParameter (outputBus.getParameter());
 
-    p.addParameter (totalLength.getParameter(), true);
-    p.addParameter (nextReadPosition.getParameter(), true);
+    p.addParameter (totalLength.getParameter(), qvrControllableLib::ParameterPersistence::transient);
+    p.addParameter (nextReadPosition.getParameter(), qvrControllableLib::ParameterPersistence::transient);
     resamplingLengthRatio.defaultValue = 1.0;
-    p.addParameter (resamplingLengthRatio.getParameter(), true);
+    p.addParameter (resamplingLengthRatio.getParameter(), qvrControllableLib::ParameterPersistence::transient);
 
     envelopeAttack.minimum = 0;
     envelopeAttack.maximum = 264600;
@@ -117,9 +117,9 @@ void TavrineLoop::defineParameters (int numOutputBuses)
     p.addParameter (globalReverse.getParameter());
 
     // States of the sample source.
-    p.addParameter (loading.getParameter(), true);
-    p.addParameter (adjusting.getParameter(), true);
-    p.addParameter (rendering.getParameter(), true);
+    p.addParameter (loading.getParameter(), qvrControllableLib::ParameterPersistence::transient);
+    p.addParameter (adjusting.getParameter(), qvrControllableLib::ParameterPersistence::transient);
+    p.addParameter (rendering.getParameter(), qvrControllableLib::ParameterPersistence::transient);
 }
 
 void TavrineLoop::setPendingTrigger (bool on, float velocity)
@@ -173,7 +173,7 @@ void TavrineLoop::segmentRendered (int numSamples)
 {
     // A plain store without notification: a count that moves every segment
     // is polled by its readers, not pushed to them.
-    *samplesPlayedInLoop.getRaw() += numSamples;
+    samplesPlayedInLoop.getRaw()->fetch_add (numSamples, std::memory_order_relaxed);
 }
 
 void TavrineLoop::rewind (int numSamples)
@@ -183,5 +183,5 @@ void TavrineLoop::rewind (int numSamples)
         return;
     const int position = ((nextReadPosition.read() - numSamples) % length + length) % length;
     nextReadPosition.write (position);
-    *samplesPlayedInLoop.getRaw() -= numSamples;
+    samplesPlayedInLoop.getRaw()->fetch_sub (numSamples, std::memory_order_relaxed);
 }

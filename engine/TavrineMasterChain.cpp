@@ -74,8 +74,8 @@ void TavrineMasterChain::defineParameters()
 
     p.addParameter (triggerPlayMode.getParameter());
     triggerPlayModeAvailable.defaultValue = true;
-    p.addParameter (triggerPlayModeAvailable.getParameter(), true);
-    p.addParameter (renderTrigger.getParameter(), true);
+    p.addParameter (triggerPlayModeAvailable.getParameter(), qvrControllableLib::ParameterPersistence::transient);
+    p.addParameter (renderTrigger.getParameter(), qvrControllableLib::ParameterPersistence::transient);
 
     // The defaults of both tempi lie outside their range on purpose: 0 means
     // "not known yet", so the default is set before the range.
@@ -88,7 +88,7 @@ void TavrineMasterChain::defineParameters()
     outputBpm.minimum = kMinBpm;
     outputBpm.maximum = kMaxBpm;
     outputBpm->setConverter (new OutputBpmConverter());
-    p.addParameter (outputBpm.getParameter(), true);
+    p.addParameter (outputBpm.getParameter(), qvrControllableLib::ParameterPersistence::transient);
 
 }
 

@@ -55,3 +55,9 @@ target_sources(tavrine_tests PRIVATE
 # Plug-in lifetime on a host's own thread.
 target_sources(tavrine_tests PRIVATE
     shell/ProcessorLifetimeTest.cpp)
+# Parameter writers on other threads against the render thread (TSan).
+target_sources(tavrine_tests PRIVATE
+    shell/ParameterRaceTest.cpp)
+# Host parameters: text, parsing and range through the automation handle.
+target_sources(tavrine_tests PRIVATE
+    controllable/AutomationEntryTest.cpp)

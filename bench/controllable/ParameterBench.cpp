@@ -29,6 +29,16 @@ void shortcutRead (benchmark::State& state)
 }
 BENCHMARK (shortcutRead);
 
+// A handle's read on the audio thread: one relaxed load.
+void handleRead (benchmark::State& state)
+{
+    qvrControllableHandle::FloatParamDefHandle p ("p");
+    p.defaultValue = 0.5;
+    for (auto _ : state)
+        benchmark::DoNotOptimize (p.read());
+}
+BENCHMARK (handleRead);
+
 void setNormalized (benchmark::State& state)
 {
     qvrControllableHandle::FloatParamDefHandle p ("p");

@@ -13,8 +13,11 @@ namespace qvrControllableHandle
 // pointer is null for a list type (its content lives in the value list) and
 // for a value without storage of its own.
 //
-// Made on the thread of the owner's constructor. read() may be called on any
-// thread; everything else belongs to setup, settings and the message thread.
+// Made on the thread of the owner's constructor. For numbers and bools read()
+// and store() may be called on any thread (relaxed atomic access to the
+// stored field); a string handle's read() belongs to the threads that write
+// the string, never to the audio thread. Everything else belongs to setup,
+// settings and the message thread.
 template <typename T>
 class ParamDefHandle : public AbstractParameterHandle<T>
 {
@@ -49,10 +52,19 @@ public:
                 raw = stored->getStorage();
     }
 
-    // Any thread: one load, no modifier. Only for a handle whose raw pointer
-    // is set (a bound parameter of a plain type).
-    T read() const noexcept { return *raw; }
-    T* getRaw() const noexcept { return raw; }
+    using Storage = qvrControllableLib::StorageOf<T>;
+
+    // One relaxed load, no modifier. Only for a handle whose raw pointer is
+    // set (a bound parameter of a plain type).
+    T read() const noexcept { return qvrControllableLib::ValueStorage<T>::load (*raw); }
+    // One relaxed store: no range check, no choice index, no notification.
+    // For bookkeeping that its readers poll (positions, counters).
+    void store (const T& x) const noexcept (qvrControllableLib::ValueStorage<T>::isAtomic)
+    {
+        qvrControllableLib::ValueStorage<T>::store (*raw, x);
+    }
+    // The stored field itself, for read-modify-write (fetch_add) on it.
+    Storage* getRaw() const noexcept { return raw; }
 
     // A checked write through the framework (range, modifier, notification).
     ErrorCode write (const T& x) const { return KindTraits<T>::set (*this->parameter->getValue(), x); }
@@ -61,7 +73,7 @@ public:
     AbstractChoicesWrapper<T> choices;
 
 private:
-    T* raw = nullptr;
+    Storage* raw = nullptr;
 };
 
 using FloatParamDefHandle = ParamDefHandle<double>;

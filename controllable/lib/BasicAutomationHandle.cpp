@@ -30,12 +30,11 @@ BasicAutomationHandle::BasicAutomationHandle (ParameterDef* p, AutomationNormali
     if (type->isBool())        boolShortcut.connect (value.get());
     else if (type->isInt())    intShortcut.connect (value.get());
     else if (type->isFloat())  floatShortcut.connect (value.get());
-    readRange (minimum, maximum);
 }
 
 BasicAutomationHandle::~BasicAutomationHandle() = default;
 
-void BasicAutomationHandle::readRange (double& lo, double& hi)
+void BasicAutomationHandle::readRange (double& lo, double& hi) const
 {
     auto mn = parameter->getMinimum();
     auto mx = parameter->getMaximum();
@@ -72,9 +71,23 @@ void BasicAutomationHandle::sendNormalized (float normalized)
         setNormalized (normalized);
 }
 
+float BasicAutomationHandle::normalize (double value)
+{
+    double minimum, maximum;
+    readRange (minimum, maximum);
+    return normalizer->normalize (value, minimum, maximum);
+}
+
+double BasicAutomationHandle::denormalize (float normalized)
+{
+    double minimum, maximum;
+    readRange (minimum, maximum);
+    return normalizer->denormalize (normalized, minimum, maximum);
+}
+
 void BasicAutomationHandle::sendInt (int value)
 {
-    sendNormalized (normalizer->normalize ((double) value, minimum, maximum));
+    sendNormalized (normalize ((double) value));
 }
 
 void BasicAutomationHandle::sendFloat (double value)
@@ -82,7 +95,7 @@ void BasicAutomationHandle::sendFloat (double value)
     if (parameter->getType()->isInt())
         sendInt ((int) std::nearbyint (value));
     else
-        sendNormalized (normalizer->normalize (value, minimum, maximum));
+        sendNormalized (normalize (value));
 }
 
 void BasicAutomationHandle::sendValue()
@@ -101,13 +114,13 @@ void BasicAutomationHandle::setNormalized (float normalized)
     // the value inside its range.
     if (floatShortcut.isConnected())
     {
-        const double v = normalizer->denormalize (normalized, minimum, maximum);
+        const double v = denormalize (normalized);
         if (floatShortcut.set (v))
             parameter->notifyChanged (true, false);
     }
     else if (intShortcut.isConnected())
     {
-        const int v = (int) std::nearbyint (normalizer->denormalize (normalized, minimum, maximum));
+        const int v = (int) std::nearbyint (denormalize (normalized));
         if (intShortcut.set (v))
             parameter->notifyChanged (true, false);
     }
@@ -124,7 +137,7 @@ float BasicAutomationHandle::getNormalized (ParameterValue* value)
     if (type->isBool())
         return value->getBool() ? 1.0f : 0.0f;
     if (type->isFloat() || type->isInt())
-        return normalizer->normalize (value->getFloat(), minimum, maximum);
+        return normalize (value->getFloat());
     return 0.0f;
 }
 } // namespace qvrControllableLib

@@ -12,6 +12,10 @@ namespace qvrControllableLib
 // Ties a parameter to one slot of the host's parameter list. setNormalized is
 // the host's write and runs on whatever thread the host uses: it takes no
 // lock and allocates nothing (a shortcut store, then notifyChanged).
+//
+// The range is read from the parameter at each use (two atomic loads through
+// the minimum and maximum values), so a range changed after the handle was
+// made is honoured by every mapping.
 class BasicAutomationHandle : public AutomationHandle
 {
 public:
@@ -33,11 +37,15 @@ public:
     juce::String getName() override { return name; }
 
     float getNormalized (ParameterValue* value);
+    // The handle's mapping with the parameter's present range: native value
+    // to the host's 0..1 and back (for a host's text and its parsing).
+    float normalize (double value);
+    double denormalize (float normalized);
     int getIndex() const noexcept { return index; }
 
 private:
     juce::AudioProcessorParameter* getHostParameter() const;
-    void readRange (double& minimum, double& maximum);
+    void readRange (double& minimum, double& maximum) const;
 
     ParameterDef* parameter;
     std::unique_ptr<AutomationNormalizer> normalizer;
@@ -47,8 +55,6 @@ private:
     int index;
     juce::String name;
     juce::AudioProcessor* processor;
-    // Range in outer units, read once: the host path must not walk objects.
-    double minimum = 0.0, maximum = 1.0;
 
     JUCE_DECLARE_NON_COPYABLE (BasicAutomationHandle)
 };

@@ -22,9 +22,9 @@ void AbstractControllable::dump (std::ostream& out)
         out << p->getName() << "=" << p->getValue()->getString() << "\n";
 }
 
-ParameterDefPtr BasicControllable::addParameter (ParameterDef* parameter, bool transient)
+ParameterDefPtr BasicControllable::addParameter (ParameterDef* parameter, ParameterPersistence persistence)
 {
-    parameter->setTransient (transient);
+    parameter->setTransient (persistence == ParameterPersistence::transient);
     parameters.add (parameter);
     return ParameterDefPtr (parameter);
 }

@@ -19,15 +19,25 @@ protected:
     ParameterArray parameters;
 };
 
+// Whether a parameter belongs in saved state. A transient one (a computed
+// view, a meter, a status, bookkeeping) is left out of saved state and of
+// resets: saved state holds only what cannot be derived.
+enum class ParameterPersistence
+{
+    saved,
+    transient
+};
+
 // The plain usable controllable: owns what it adds.
 class BasicControllable : public virtual AbstractControllable
 {
 public:
     // Sets the transient flag, appends, returns the parameter.
-    ParameterDefPtr addParameter (ParameterDef* parameter, bool transient = false);
-    ParameterDefPtr addParameter (const ParameterDefPtr& parameter, bool transient = false)
+    ParameterDefPtr addParameter (ParameterDef* parameter, ParameterPersistence persistence = ParameterPersistence::saved);
+    ParameterDefPtr addParameter (const ParameterDefPtr& parameter,
+                                  ParameterPersistence persistence = ParameterPersistence::saved)
     {
-        return addParameter (parameter.get(), transient);
+        return addParameter (parameter.get(), persistence);
     }
 };
 

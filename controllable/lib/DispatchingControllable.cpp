@@ -76,9 +76,9 @@ const ParameterArray& DispatchingControllable::getParameters()
     return parameters;
 }
 
-ParameterDefPtr DispatchingControllable::addParameter (ParameterDef* parameter, bool transient)
+ParameterDefPtr DispatchingControllable::addParameter (ParameterDef* parameter, ParameterPersistence persistence)
 {
-    parameter->setTransient (transient);
+    parameter->setTransient (persistence == ParameterPersistence::transient);
     parameters.add (parameter);
     ++numDirectParameters;
     return ParameterDefPtr (parameter);

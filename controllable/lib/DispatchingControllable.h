@@ -54,8 +54,11 @@ public:
     DispatchingControllable (ForwardingStrategy* strategy, TargetProvider* provider);
 
     const ParameterArray& getParameters() override;
-    ParameterDefPtr addParameter (ParameterDef* parameter, bool transient = false);
-    ParameterDefPtr addParameter (const ParameterDefPtr& p, bool transient = false) { return addParameter (p.get(), transient); }
+    ParameterDefPtr addParameter (ParameterDef* parameter, ParameterPersistence persistence = ParameterPersistence::saved);
+    ParameterDefPtr addParameter (const ParameterDefPtr& p, ParameterPersistence persistence = ParameterPersistence::saved)
+    {
+        return addParameter (p.get(), persistence);
+    }
 
 protected:
     juce::ReferenceCountedObjectPtr<ForwardingStrategy> strategy;

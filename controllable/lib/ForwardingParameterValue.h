@@ -52,14 +52,14 @@ public:
         }
         const T fresh = getSourceValue();
         this->null = false;
-        if (fresh == this->stored)
+        if (fresh == this->loadStored())
             return false;
-        this->stored = fresh;
+        this->storeStored (fresh);
         this->updateChoiceIndex();
         return true;
     }
 
-    T getLocal() const { return this->stored; }
+    T getLocal() const { return this->loadStored(); }
     void setLocal (const T& value) { StoredParameterValue<T>::setRaw (value); }
     void setLocalNull() { this->null = true; }
     ParameterDef* getOwner() const { return this->parameter; }

@@ -1,6 +1,10 @@
 #pragma once
 
-#include <juce_events/juce_events.h>
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+#include <juce_core/juce_core.h>
 
 #include "controllable/api/ControllableAPI.h"
 
@@ -8,50 +12,85 @@ namespace qvrControllableLib
 {
 using namespace qvrControllableAPI;
 
-// Changes made off the message thread wait here for the message thread.
+// Changes made off the message thread wait here for the message thread: a
+// bounded ring with any number of writers and one reader.
+//
+// A writer claims a ticket (the write position) by compare-and-swap and
+// publishes its entry by storing ticket + 1 in the slot's sequence; the
+// reader takes a slot only when its sequence says so and hands it back by
+// storing ticket + kSize. A writer never waits for anybody: a failed swap
+// means another writer got its ticket, and the loop retries with the next.
 //
 // Invariants:
-// 1. Writers are serialised by writerLock, held for a few instructions; the
-//    reader (the message thread's drain) never takes it.
-// 2. Entries are plain pointers: the FIFO does not keep a parameter alive, so
+// 1. 0 <= writePosition - readPosition <= kCapacity (positions count
+//    modulo 2^32; kCapacity is kSize - 1, so a full ring holds 65,535).
+// 2. Slot (p mod kSize) holds sequence p while free for ticket p, p + 1 once
+//    ticket p's entry is readable, p + kSize after the reader took it.
+// 3. Entries are plain pointers: the FIFO does not keep a parameter alive, so
 //    a parameter blanks its entries (cancel) before it dies.
-// 3. The buffer is allocated once, with the type; nothing on the write path
-//    allocates.
+// 4. The slots are allocated once, with the type; push takes no lock, makes
+//    no system call, prints nothing and allocates nothing. A refused push
+//    only counts: the drain reports overruns on the message thread.
+//
+// push: any thread. drain, cancel, cancelAll, reportOverruns: the message
+// thread (one reader at a time).
 class LockFreeParameterFifo
 {
 public:
     static constexpr int kSize = 65536;
+    static constexpr int kCapacity = kSize - 1;
 
     LockFreeParameterFifo();
 
-    // Any thread. False (and one line on standard output) when full.
-    bool push (ParameterDef* parameter);
-    // Message thread: hands every waiting entry, in order, to `deliver`.
-    // Blank entries are skipped. Runs until the FIFO is empty.
+    // Any thread; no lock, no system call. False when full (counted for the
+    // drain).
+    bool push (ParameterDef* parameter) noexcept;
+
+    // Message thread: hands every readable entry, in order, to `deliver`.
+    // Blank entries are skipped. Stops at the first entry whose writer has
+    // not finished yet (the next drain takes it). Overruns since the last
+    // drain are reported first.
     template <typename Deliver>
     void drain (Deliver&& deliver)
     {
+        reportOverruns();
         for (;;)
         {
-            int start1, size1, start2, size2;
-            fifo.prepareToRead (1, start1, size1, start2, size2);
-            if (size1 == 0)
+            ParameterDef* parameter = nullptr;
+            if (! pop (parameter))
                 return;
-            ParameterDef* parameter = buffer[(size_t) start1].exchange (nullptr);
-            fifo.finishedRead (1);
             if (parameter != nullptr)
                 deliver (parameter);
         }
     }
+
     // Blank every waiting entry of this parameter; true if any was found.
     bool cancel (ParameterDef* parameter);
     void cancelAll();
-    int getNumReady() const { return fifo.getNumReady(); }
+    int getNumReady() const noexcept;
+
+    // Message thread: prints one line for the overruns since the last call
+    // (the free space seen by the last refused writer, and how many were
+    // refused if more than one); returns that count.
+    int reportOverruns();
 
 private:
-    juce::CriticalSection writerLock;
-    juce::AbstractFifo fifo { kSize };
-    std::vector<std::atomic<ParameterDef*>> buffer;
+    struct Slot
+    {
+        std::atomic<std::uint32_t> sequence { 0 };
+        std::atomic<ParameterDef*> parameter { nullptr };
+    };
+
+    bool pop (ParameterDef*& parameter) noexcept;
+
+    static constexpr std::uint32_t kMask = (std::uint32_t) kSize - 1;
+    static_assert ((kSize & (kSize - 1)) == 0, "the ring wraps with a mask");
+
+    std::unique_ptr<Slot[]> slots;
+    alignas (64) std::atomic<std::uint32_t> writePosition { 0 };
+    alignas (64) std::atomic<std::uint32_t> readPosition { 0 };
+    alignas (64) std::atomic<int> overruns { 0 };
+    std::atomic<int> freeSpaceAtOverrun { 0 };
 
     JUCE_DECLARE_NON_COPYABLE (LockFreeParameterFifo)
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cmath>
 #include <type_traits>
 
@@ -15,14 +16,47 @@ namespace qvrControllableLib
 {
 using namespace qvrControllableAPI;
 
+// How a value of kind T is held. Numbers and bools live in a std::atomic
+// accessed with relaxed order: writers on the message, host and audio
+// threads store while the audio thread loads, and a relaxed access is still
+// one plain mov on x86-64. Nothing is ordered by it: a reader sees some
+// recent complete value, never a torn one. Text stays a plain juce::String;
+// it is never read or written on the audio thread (a mode name is mirrored
+// into an int by a synchronous listener where audio code needs it).
+template <typename T>
+struct ValueStorage
+{
+    static constexpr bool isAtomic = std::is_same_v<T, double> || std::is_same_v<T, int> || std::is_same_v<T, bool>;
+    using Type = std::conditional_t<isAtomic, std::atomic<T>, T>;
+
+    static T load (const Type& s) noexcept
+    {
+        if constexpr (isAtomic)
+            return s.load (std::memory_order_relaxed);
+        else
+            return s;
+    }
+
+    static void store (Type& s, const T& v) noexcept (isAtomic)
+    {
+        if constexpr (isAtomic)
+            s.store (v, std::memory_order_relaxed);
+        else
+            s = v;
+    }
+};
+
+template <typename T>
+using StorageOf = typename ValueStorage<T>::Type;
+
 // Owning parameter, role, null flag and choice index of a value.
 class AbstractParameterValue : public ParameterValue
 {
 public:
     AbstractParameterValue (ParameterDef* owner, int valueRole) : parameter (owner), role (valueRole) {}
 
-    bool isNull() override { return null; }
-    int getChoiceIndex() override { return choiceIndex; }
+    bool isNull() override { return null.load (std::memory_order_relaxed); }
+    int getChoiceIndex() override { return choiceIndex.load (std::memory_order_relaxed); }
     ErrorCode replaceWith (ParameterValue* other) override { return parameter->replaceValue (this, other); }
     ParameterDef* getParameter() override { return parameter; }
     int getRole() override { return role; }
@@ -39,8 +73,10 @@ protected:
 
     ParameterDef* parameter;
     int role;
-    bool null = true;
-    int choiceIndex = -1;
+    // Written by whichever thread writes the value, read by any: atomic for
+    // the same reason as the stored field.
+    std::atomic<bool> null { true };
+    std::atomic<int> choiceIndex { -1 };
 };
 
 // The write path of a value of kind T: setChecked -> validate -> store -> setRaw.
@@ -248,31 +284,37 @@ private:
 
 // Storage of a value: the stored field is the last member, and its address
 // never changes during the value's life, so that handles and shortcuts may
-// keep it.
+// keep it. For numbers and bools the field is atomic (ValueStorage), so any
+// thread may load it while another stores.
 template <typename T>
 class StoredParameterValue : public ConvertingParameterValue<T>
 {
 public:
     using ConvertingParameterValue<T>::ConvertingParameterValue;
+    using Storage = StorageOf<T>;
 
-    T getRaw() override { return stored; }
+    T getRaw() override { return loadStored(); }
 
     void setRaw (const T& value) override
     {
-        this->null = false;
-        if (stored == value)
+        if (this->null.load (std::memory_order_relaxed))
+            this->null.store (false, std::memory_order_relaxed);
+        if (loadStored() == value)
             return;
-        stored = value;
+        storeStored (value);
         this->updateChoiceIndex();
         this->informStrategy();
     }
 
     // The address a shortcut reads and writes; null for a value whose
     // content lives elsewhere.
-    virtual T* getStorage() noexcept { return &stored; }
+    virtual Storage* getStorage() noexcept { return &stored; }
 
 protected:
-    T stored {};
+    T loadStored() const noexcept { return ValueStorage<T>::load (stored); }
+    void storeStored (const T& value) { ValueStorage<T>::store (stored, value); }
+
+    Storage stored {};
 };
 
 class FloatParameterValue : public StoredParameterValue<double>
@@ -330,7 +372,7 @@ public:
     }
 
     bool isNull() override { return provider == nullptr; }
-    T* getStorage() noexcept override { return nullptr; }
+    StorageOf<T>* getStorage() noexcept override { return nullptr; }
 
     T getRaw() override
     {

@@ -10,9 +10,9 @@
 namespace qvrControllableLib
 {
 // Direct access to the storage of a value, for the audio thread: a read is a
-// plain load (through the collected modifiers if any, innermost first), a
+// relaxed atomic load (a plain mov on x86-64) (through the collected modifiers if any, innermost first), a
 // write a plain store (through the modifiers' toStored, outermost first)
-// followed by the choice index update and the notification. A dynamic value
+// (relaxed) followed by the choice index update and the notification. A dynamic value
 // has no storage: a shortcut on it stays unconnected. Connecting
 // allocates; reading and writing never do and take no lock.
 //
@@ -69,7 +69,7 @@ public:
     // Audio thread.
     T get() const noexcept
     {
-        T v = *storage;
+        T v = ValueStorage<T>::load (*storage);
         if (hasModifiers)
             for (int i = modifiers.size(); --i >= 0;)
             {
@@ -80,7 +80,7 @@ public:
         return v;
     }
 
-    T getRaw() const noexcept { return *storage; }
+    T getRaw() const noexcept { return ValueStorage<T>::load (*storage); }
 
     // Audio thread. Stores without range check; true if the stored value changed.
     bool set (const T& outerValue) noexcept
@@ -98,8 +98,8 @@ public:
 
     bool setRaw (const T& v) noexcept
     {
-        const T old = *storage;
-        *storage = v;
+        const T old = ValueStorage<T>::load (*storage);
+        ValueStorage<T>::store (*storage, v);
         if (hasChoices)
             final->updateChoiceIndex();
         return ! (old == v);
@@ -124,7 +124,7 @@ private:
         }
     }
 
-    T* storage = nullptr;
+    StorageOf<T>* storage = nullptr;
     bool hasChoices = false;
     bool hasModifiers = false;
     StoredParameterValue<T>* final = nullptr;

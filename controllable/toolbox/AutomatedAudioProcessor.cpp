@@ -23,9 +23,9 @@ AutomationEntry::AutomationEntry (const juce::String& entryPath, const juce::Str
 {
 }
 
-void AutomationEntry::attach (juce::AudioProcessor& processor, int index)
+void AutomationEntry::attach (juce::AudioProcessor& processor, int index, AutomationNormalizer* normalizer)
 {
-    handleHolder = parameter->createAutomationHandle (&processor, index, label, nullptr);
+    handleHolder = parameter->createAutomationHandle (&processor, index, label, normalizer);
     handle = dynamic_cast<qvrControllableLib::BasicAutomationHandle*> (handleHolder.get());
     jassert (handle != nullptr);
 }
@@ -57,31 +57,15 @@ juce::String AutomationEntry::getName (int maximumStringLength) const
     return label.substring (0, maximumStringLength);
 }
 
-double AutomationEntry::denormalizedFor (float normalised) const
-{
-    auto minimum = parameter->getMinimum();
-    auto maximum = parameter->getMaximum();
-    const double lo = minimum->isNull() ? 0.0 : minimum->getFloat();
-    const double hi = maximum->isNull() ? 1.0 : maximum->getFloat();
-    // The handle's normalizer decides the mapping; read it back through a
-    // scratch value so that the text never writes the parameter.
-    if (parameter->getType()->isBool())
-        return normalised > 0.5f ? 1.0 : 0.0;
-    if (parameter->getChoices()->size() > 0)
-    {
-        const int k = parameter->getChoices()->size();
-        const int i = juce::jlimit (0, k - 1, (int) std::nearbyint ((float) (k - 1) * normalised));
-        return parameter->getChoices()->get (i)->getFloat();
-    }
-    return lo + (hi - lo) * (double) normalised;
-}
-
+// Text and parsing go through the handle's normalizer with the present
+// range, the same mapping as the host's writes, so that the text a host shows
+// for a position is the value a write of that position stores.
 juce::String AutomationEntry::getText (float normalisedValue, int maximumStringLength) const
 {
     auto converter = parameter->getConverter();
     juce::String text;
     auto type = parameter->getType();
-    const double v = denormalizedFor (normalisedValue);
+    const double v = handle->denormalize (juce::jlimit (0.0f, 1.0f, normalisedValue));
     if (type->isBool())
         converter->stringFromBool (v > 0.5, text);
     else if (type->isInt())
@@ -94,19 +78,16 @@ juce::String AutomationEntry::getText (float normalisedValue, int maximumStringL
 float AutomationEntry::getValueForText (const juce::String& text) const
 {
     auto converter = parameter->getConverter();
-    auto minimum = parameter->getMinimum();
-    auto maximum = parameter->getMaximum();
+    double v = 0.0;
     if (parameter->getType()->isBool())
     {
         bool b = false;
         converter->boolFromString (text, b);
-        return b ? 1.0f : 0.0f;
+        v = b ? 1.0 : 0.0;
     }
-    double v = 0.0;
-    converter->floatFromString (text, v);
-    const double lo = minimum->isNull() ? 0.0 : minimum->getFloat();
-    const double hi = maximum->isNull() ? 1.0 : maximum->getFloat();
-    return juce::jlimit (0.0f, 1.0f, (float) ((v - lo) / (hi - lo)));
+    else
+        converter->floatFromString (text, v);
+    return juce::jlimit (0.0f, 1.0f, handle->normalize (v));
 }
 
 int AutomationEntry::getNumSteps() const

@@ -37,14 +37,14 @@ public:
     bool isBoolean() const override;
     bool isAutomatable() const override { return true; }
 
-    // Called once by the processor after the entry has its host index.
-    void attach (juce::AudioProcessor& processor, int index);
+    // Called once by the processor after the entry has its host index. A
+    // null normalizer lets the handle pick one from the parameter; the entry
+    // owns a given one.
+    void attach (juce::AudioProcessor& processor, int index, AutomationNormalizer* normalizer = nullptr);
     // Lets go of the framework's objects; the entry is not used afterwards.
     void release();
 
 private:
-    double denormalizedFor (float normalised) const;
-
     juce::String path, label;
     ParameterDefPtr parameter;
     // Owned by the parameter; kept alive by `handleHolder`.

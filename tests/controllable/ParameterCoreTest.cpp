@@ -18,7 +18,7 @@ TEST (Controllable, FindsByExactCaseSensitiveNameFirstMatchWinning)
     juce::ReferenceCountedObjectPtr<BasicControllable> c (new BasicControllable());
     FloatParamDefHandle first ("gain"), second ("gain");
     c->addParameter (first.getParameter());
-    c->addParameter (second.getParameter(), true);
+    c->addParameter (second.getParameter(), qvrControllableLib::ParameterPersistence::transient);
     EXPECT_EQ (c->findParameter ("gain").get(), first.get());
     EXPECT_EQ (c->findParameter ("Gain"), nullptr);
     EXPECT_TRUE (second->isTransient());
