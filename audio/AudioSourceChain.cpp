@@ -37,8 +37,8 @@ int AudioSourceChain::BlockPositionCounters::addKey (int key)
 
 //==============================================================================
 AudioSourceChain::AudioSourceChain()
-    : controllable (new qvrControllableLib::DispatchingControllable (new qvrControllableLib::ForwardToFirstStrategy(),
-                                                                     this))
+    : controllable (
+        new qvrControllableLib::DispatchingControllable (new qvrControllableLib::ForwardToFirstStrategy(), this))
 {
     chainCounterIndex = counters.addKey (kChainCounterKey);
 }

@@ -31,8 +31,7 @@ WrappedAudioSource::~WrappedAudioSource()
     ownedPlainSource.reset();
 }
 
-AudioSourceProviderAdapter::AudioSourceProviderAdapter (juce::AudioSource* source, bool owned)
-    : wrapped (source, owned)
+AudioSourceProviderAdapter::AudioSourceProviderAdapter (juce::AudioSource* source, bool owned) : wrapped (source, owned)
 {
 }
 

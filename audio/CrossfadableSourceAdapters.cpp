@@ -30,14 +30,26 @@ CrossfadableRootSourceAdapter::CrossfadableRootSourceAdapter (juce::AudioSource*
 {
 }
 
-void CrossfadableRootSourceAdapter::saveCrossfadeState() { save (*this, inner); }
-void CrossfadableRootSourceAdapter::restoreCrossfadeState() { restore (*this, inner); }
+void CrossfadableRootSourceAdapter::saveCrossfadeState()
+{
+    save (*this, inner);
+}
+void CrossfadableRootSourceAdapter::restoreCrossfadeState()
+{
+    restore (*this, inner);
+}
 
 CrossfadableFilterSourceAdapter::CrossfadableFilterSourceAdapter (juce::AudioSource* source, bool owned)
     : ChainableAudioSourceProviderAdapter (source, owned), inner (dynamic_cast<CrossfadableSource*> (source))
 {
 }
 
-void CrossfadableFilterSourceAdapter::saveCrossfadeState() { save (*this, inner); }
-void CrossfadableFilterSourceAdapter::restoreCrossfadeState() { restore (*this, inner); }
+void CrossfadableFilterSourceAdapter::saveCrossfadeState()
+{
+    save (*this, inner);
+}
+void CrossfadableFilterSourceAdapter::restoreCrossfadeState()
+{
+    restore (*this, inner);
+}
 } // namespace qvrControllableAudio

@@ -91,7 +91,8 @@ void EventCrossfadeAudioChain::setTimeline (AudioEventTimeline* newTimeline)
     if (sizePublished)
         return;
     // A constant of the chain rather than user state: kept out of saved state.
-    controllable->addParameter (crossfadeBufferSize.getParameter(), qvrControllableLib::ParameterPersistence::transient);
+    controllable->addParameter (crossfadeBufferSize.getParameter(),
+                                qvrControllableLib::ParameterPersistence::transient);
     sizePublished = true;
 }
 

@@ -107,7 +107,8 @@ void GainAudioSource::applyGain (const juce::AudioSourceChannelInfo& info)
     {
         rampSamples = juce::jmin (info.numSamples, rampLength);
         const double endGain = rampSamples < rampLength
-                                   ? currentGain + (double) rampSamples / (double) rampLength * (targetGain - currentGain)
+                                   ? currentGain
+                                         + (double) rampSamples / (double) rampLength * (targetGain - currentGain)
                                    : targetGain;
         buffer.applyGainRamp (info.startSample, rampSamples, (float) currentGain, (float) endGain);
         currentGain = endGain;

@@ -85,7 +85,8 @@ void ParamEqSource::runStages (float* const* channels, int numSamples)
     // it interleaves the stages' recursions sample by sample.
     if (cascadeUsable)
     {
-        juce::ignoreUnused (qvrParamEQ::CParametricEq::processCascade (cascade.data(), activeStages, channels, numSamples));
+        juce::ignoreUnused (
+            qvrParamEQ::CParametricEq::processCascade (cascade.data(), activeStages, channels, numSamples));
         return;
     }
     for (int i = 0; i < activeStages; ++i)

@@ -46,7 +46,8 @@ ExitCode runSubCommand (const char* name, const juce::StringArray& args, std::os
         return result.code;
     }
     if (result.summary.nonFiniteSamples > 0)
-        err << prefix << "warning: " << result.summary.nonFiniteSamples << " samples were NaN or infinite and were written as 0\n";
+        err << prefix << "warning: " << result.summary.nonFiniteSamples
+            << " samples were NaN or infinite and were written as 0\n";
     warnMore (result.summary, err, prefix);
     out << result.summary.toString() << std::endl;
     return ExitCode::success;

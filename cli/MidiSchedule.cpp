@@ -37,9 +37,8 @@ struct PatternNote
 // below one beat leave a gap before the next note, which exercises
 // note-off handling as well as note-on.
 constexpr PatternNote kPattern[] = {
-    { 0.0, 3.5, 36, 100 }, { 4.0, 3.5, 41, 100 },
-    { 0.0, 0.9, 60, 112 }, { 1.0, 0.9, 64, 90 },  { 2.0, 0.9, 67, 96 }, { 3.0, 0.9, 72, 90 },
-    { 4.0, 0.9, 77, 112 }, { 5.0, 0.9, 72, 90 },  { 6.0, 0.9, 69, 96 }, { 7.0, 0.9, 65, 90 },
+    { 0.0, 3.5, 36, 100 }, { 4.0, 3.5, 41, 100 }, { 0.0, 0.9, 60, 112 }, { 1.0, 0.9, 64, 90 }, { 2.0, 0.9, 67, 96 },
+    { 3.0, 0.9, 72, 90 },  { 4.0, 0.9, 77, 112 }, { 5.0, 0.9, 72, 90 },  { 6.0, 0.9, 69, 96 }, { 7.0, 0.9, 65, 90 },
 };
 constexpr double kPatternBeats = 8.0;
 constexpr int kPatternChannel = 1;
@@ -119,8 +118,7 @@ MidiSchedule MidiSchedule::makeBuiltInPattern (double bpm, double sampleRate)
     return fromTimedMessages (std::move (messages), kPatternBeats * secondsPerBeat, sampleRate);
 }
 
-MidiSchedule MidiSchedule::fromTimedMessages (std::vector<TimedMessage> messages, double endSeconds,
-                                              double sampleRate)
+MidiSchedule MidiSchedule::fromTimedMessages (std::vector<TimedMessage> messages, double endSeconds, double sampleRate)
 {
     // Stable, so that events at one instant keep the order of their track and,
     // across tracks, the order of the tracks.

@@ -71,14 +71,14 @@ const OptionInfo* findOption (const juce::String& name)
     return nullptr;
 }
 
-
 juce::String parseIntOption (const juce::String& name, const juce::String& text, int minimum, int maximum, int& target)
 {
     long long value = 0;
     if (! parseWholeNumber (text, value))
         return name + ": '" + text + "' is not a whole number";
     if (value < minimum || value > maximum)
-        return name + ": " + text + " is out of range (" + juce::String (minimum) + " to " + juce::String (maximum) + ")";
+        return name + ": " + text + " is out of range (" + juce::String (minimum) + " to " + juce::String (maximum)
+               + ")";
     target = (int) value;
     return {};
 }
@@ -108,12 +108,8 @@ juce::String applyOption (const OptionInfo& option, const juce::String& value, R
     const juce::String name (option.name);
     switch (option.kind)
     {
-        case OptionKind::midi:
-            options.midiPath = value;
-            return {};
-        case OptionKind::out:
-            options.outPath = value;
-            return {};
+        case OptionKind::midi: options.midiPath = value; return {};
+        case OptionKind::out: options.outPath = value; return {};
         case OptionKind::rate:
             return parseIntOption (name, value, RenderOptions::kMinSampleRate, RenderOptions::kMaxSampleRate,
                                    options.sampleRate);
@@ -123,9 +119,7 @@ juce::String applyOption (const OptionInfo& option, const juce::String& value, R
         case OptionKind::bpm:
             return parseRealOption (name, value, RenderOptions::kMinBpm, LowerBound::inclusive, RenderOptions::kMaxBpm,
                                     options.bpm);
-        case OptionKind::stopped:
-            options.transport = Transport::stopped;
-            return {};
+        case OptionKind::stopped: options.transport = Transport::stopped; return {};
         case OptionKind::seconds:
         {
             double seconds = 0.0;
@@ -154,7 +148,6 @@ juce::int64 secondsToSamples (double seconds, int sampleRate)
 {
     return (juce::int64) std::llround (seconds * sampleRate);
 }
-
 
 // Prepares a processor as a host does before a bounce and undoes it on every
 // way out, so that the processor never keeps a dangling play head.
@@ -363,8 +356,8 @@ juce::String getRenderHelp()
          << " (default: " << defaults.sampleRate << ")\n"
          << "  --block N      block size in samples, " << O::kMinBlockSize << " to " << O::kMaxBlockSize
          << " (default: " << defaults.blockSize << ")\n"
-         << "  --bpm BPM      host tempo, " << O::kMinBpm << " to " << O::kMaxBpm
-         << " (default: " << defaults.bpm << ")\n"
+         << "  --bpm BPM      host tempo, " << O::kMinBpm << " to " << O::kMaxBpm << " (default: " << defaults.bpm
+         << ")\n"
          << "  --stopped      host transport stopped (default: playing)\n"
          << "  --seconds S    render exactly S seconds, at most " << O::kMaxSeconds << "\n"
          << "  --tail S       seconds to render after the end of the MIDI\n"
@@ -407,8 +400,8 @@ juce::Optional<juce::AudioPlayHead::PositionInfo> RenderPlayHead::getPosition() 
     return info;
 }
 
-bool renderOffline (juce::AudioProcessor& processor, const MidiSchedule& schedule, const OfflineRenderSettings& settings,
-                    const BlockSink& sink)
+bool renderOffline (juce::AudioProcessor& processor, const MidiSchedule& schedule,
+                    const OfflineRenderSettings& settings, const BlockSink& sink)
 {
     jassert (settings.sampleRate > 0.0 && settings.blockSize > 0 && settings.lengthSamples >= 0);
 
@@ -416,8 +409,7 @@ bool renderOffline (juce::AudioProcessor& processor, const MidiSchedule& schedul
 
     // As a host does: one buffer wide enough for inputs and outputs, made
     // before the audio thread starts.
-    const int numChannels =
-        juce::jmax (1, processor.getTotalNumInputChannels(), processor.getTotalNumOutputChannels());
+    const int numChannels = juce::jmax (1, processor.getTotalNumInputChannels(), processor.getTotalNumOutputChannels());
     juce::AudioBuffer<float> buffer (numChannels, settings.blockSize);
     juce::MidiBuffer midi;
 
@@ -564,9 +556,10 @@ RenderResult renderToFile (const RenderOptions& options, juce::AudioProcessor& p
 
 ExitCode runRenderCommand (const juce::StringArray& args, std::ostream& out, std::ostream& err)
 {
-    return runSubCommand<RenderOptions> ("render", args, out, err, parseRenderOptions, getRenderHelp(),
-                                         [] (const RenderOptions& options) { return renderToFile (options); },
-                                         [] (const RenderSummary&, std::ostream&, const juce::String&) {});
+    return runSubCommand<RenderOptions> (
+        "render", args, out, err, parseRenderOptions, getRenderHelp(),
+        [] (const RenderOptions& options) { return renderToFile (options); },
+        [] (const RenderSummary&, std::ostream&, const juce::String&) {});
 }
 
 } // namespace tavrineCli

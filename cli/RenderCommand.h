@@ -47,7 +47,7 @@ struct RenderOptions
     static constexpr double kMaxSeconds = 3600.0;
 
     RenderAction action = RenderAction::render;
-    juce::String midiPath;               // empty: the built-in pattern
+    juce::String midiPath;                 // empty: the built-in pattern
     juce::String outPath { "render.wav" }; // relative paths start at the working directory
     int sampleRate = 44100;
     int blockSize = 512;

@@ -59,7 +59,6 @@ const OptionInfo* findOption (const juce::String& name)
     return nullptr;
 }
 
-
 juce::String parseRange (const juce::String& name, const juce::String& text, double minimum, double maximum,
                          const char* unit, double& target)
 {
@@ -67,8 +66,8 @@ juce::String parseRange (const juce::String& name, const juce::String& text, dou
     if (! parseFiniteNumber (text, value))
         return name + ": '" + text + "' is not a number";
     if (value < minimum || value > maximum)
-        return name + ": " + text + " is out of range (" + juce::String (minimum) + " to " + juce::String (maximum) + unit
-               + ")";
+        return name + ": " + text + " is out of range (" + juce::String (minimum) + " to " + juce::String (maximum)
+               + unit + ")";
     target = value;
     return {};
 }
@@ -122,7 +121,6 @@ juce::String applyOption (const OptionInfo& option, const juce::String& value, S
     return "internal error: unhandled option " + name;
 }
 
-
 juce::String formatRate (double rate)
 {
     return rate == std::floor (rate) ? juce::String ((juce::int64) rate) : juce::String (rate, 2);
@@ -142,14 +140,11 @@ ExitCode exitCodeForLibraryError (int code)
     switch (code)
     {
         case meridex::kBadArgument:
-        case meridex::kBelowMinimumFactor:
-            return ExitCode::usage;
+        case meridex::kBelowMinimumFactor: return ExitCode::usage;
         case meridex::kBadSampleRate:
         case meridex::kBadChannelCount:
-        case meridex::kNeedsStereo:
-            return ExitCode::input;
-        default:
-            return ExitCode::internalError;
+        case meridex::kNeedsStereo: return ExitCode::input;
+        default: return ExitCode::internalError;
     }
 }
 
@@ -456,7 +451,8 @@ StretchResult stretchFile (const StretchOptions& options)
     // The library is the authority on what it takes: it answers with no
     // frames at the cost of one engine creation, before any file is read.
     if (const int code = meridex::stretchOffline (nullptr, kProbeChannels, 0, kProbeSampleRate, options.timeFactor,
-                                                  options.pitchSemitones, options.formantFactor, stretched, modeText.c_str());
+                                                  options.pitchSemitones, options.formantFactor, stretched,
+                                                  modeText.c_str());
         code != meridex::kNoError)
         return fail (exitCodeForLibraryError (code), describeLibraryRefusal (options, code));
 
@@ -478,8 +474,9 @@ StretchResult stretchFile (const StretchOptions& options)
             pointers.push_back (channel.data());
 
         const auto start = std::chrono::steady_clock::now();
-        const int code = meridex::stretchOffline (pointers.data(), numChannels, numFrames, input.sampleRate, options.timeFactor,
-                                                  options.pitchSemitones, options.formantFactor, stretched, modeText.c_str());
+        const int code = meridex::stretchOffline (pointers.data(), numChannels, numFrames, input.sampleRate,
+                                                  options.timeFactor, options.pitchSemitones, options.formantFactor,
+                                                  stretched, modeText.c_str());
         const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
         if (code != meridex::kNoError)
             return fail (exitCodeForLibraryError (code), describeLibraryRefusal (options, code));
@@ -511,13 +508,14 @@ StretchResult stretchFile (const StretchOptions& options)
 
 ExitCode runStretchCommand (const juce::StringArray& args, std::ostream& out, std::ostream& err)
 {
-    return runSubCommand<StretchOptions> ("stretch", args, out, err, parseStretchOptions, getStretchHelp(), stretchFile,
-                                          [] (const StretchSummary& summary, std::ostream& warnings, const juce::String& prefix) {
-                                              if (summary.clippedSamples > 0)
-                                                  warnings << prefix << "warning: the peak " << summary.peak << " is beyond full scale; "
-                                                           << summary.clippedSamples << " samples were clipped in the "
-                                                           << summary.bitsPerSample << "-bit file (--bits 32 keeps them)\n";
-                                          });
+    return runSubCommand<StretchOptions> (
+        "stretch", args, out, err, parseStretchOptions, getStretchHelp(), stretchFile,
+        [] (const StretchSummary& summary, std::ostream& warnings, const juce::String& prefix) {
+            if (summary.clippedSamples > 0)
+                warnings << prefix << "warning: the peak " << summary.peak << " is beyond full scale; "
+                         << summary.clippedSamples << " samples were clipped in the " << summary.bitsPerSample
+                         << "-bit file (--bits 32 keeps them)\n";
+        });
 }
 
 } // namespace tavrineCli

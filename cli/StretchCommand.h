@@ -34,10 +34,10 @@ struct StretchOptions
     static constexpr double kMaxFormantFactor = 4.0;
 
     StretchAction action = StretchAction::stretch;
-    juce::String modeText;       // a text of the library's mode table
-    double timeFactor = 1.0;     // output duration / input duration
+    juce::String modeText;   // a text of the library's mode table
+    double timeFactor = 1.0; // output duration / input duration
     double pitchSemitones = 0.0;
-    double formantFactor = 1.0;  // 1: formants move with the pitch
+    double formantFactor = 1.0;       // 1: formants move with the pitch
     std::optional<int> bitsPerSample; // unset: the input's depth where WAV has it
     juce::String inPath, outPath;     // relative paths start at the working directory
 };
@@ -59,8 +59,8 @@ struct StretchSummary
     bool isFloat = false;
     double stretchSeconds = 0.0; // the library call alone, without reading and writing
     float peak = 0.0f;
-    juce::int64 clippedSamples = 0;    // beyond full scale in an integer file
-    juce::int64 nonFiniteSamples = 0;  // NaN or infinite, written as 0
+    juce::int64 clippedSamples = 0;   // beyond full scale in an integer file
+    juce::int64 nonFiniteSamples = 0; // NaN or infinite, written as 0
 
     // Input seconds stretched per second of processing; 0 if unmeasurable.
     double getRealtimeFactor() const;

@@ -9,10 +9,10 @@
 #include <utility>
 
 #if defined(__SSE2__) || defined(_M_X64) || (defined(_M_IX86_FP) && _M_IX86_FP >= 2)
-    #include <emmintrin.h>
-    #define QVR_PARAMEQ_SSE2 1
+#include <emmintrin.h>
+#define QVR_PARAMEQ_SSE2 1
 #else
-    #define QVR_PARAMEQ_SSE2 0
+#define QVR_PARAMEQ_SSE2 0
 #endif
 
 namespace qvrParamEQ
@@ -85,14 +85,13 @@ inline float inputAt (const float* in, const float* noise, int i) noexcept
     state is in plain locals (not arrays) so that it stays in registers.
 */
 template <bool kWithNoise>
-void filterPair (const Kernel& kernel, const float* noise, const float* inA, const float* inB, float* outA,
-                 float* outB, float& z1A, float& z2A, float& z1B, float& z2B, int numSamples) noexcept
+void filterPair (const Kernel& kernel, const float* noise, const float* inA, const float* inB, float* outA, float* outB,
+                 float& z1A, float& z2A, float& z1B, float& z2B, int numSamples) noexcept
 {
     const Kernel k = kernel;
     float s1A = z1A, s2A = z2A, s1B = z1B, s2B = z2B;
 
-    auto step = [&] (int i) noexcept
-    {
+    auto step = [&] (int i) noexcept {
         const float xA = inputAt<kWithNoise> (inA, noise, i);
         const float xB = inputAt<kWithNoise> (inB, noise, i);
         const float yA = tick (k, xA, s1A, s2A);
@@ -370,8 +369,7 @@ inline void forEachRegister (F&& f) noexcept
     Requires numSamples >= kStages, so that there is at least one turn.
 */
 template <int kStages, CascadeNoise kNoise>
-void cascadePairSkewed (const CascadeStage* stages, float* dataA, float* dataB, int channelA,
-                        int numSamples) noexcept
+void cascadePairSkewed (const CascadeStage* stages, float* dataA, float* dataB, int channelA, int numSamples) noexcept
 {
     static_assert (kStages >= 2, "one stage has nothing to overlap with");
     constexpr int kRegisters = (kStages + 1) / 2;
@@ -390,8 +388,7 @@ void cascadePairSkewed (const CascadeStage* stages, float* dataA, float* dataB, 
     // leading triangle (raw input for s = 0, read in the loop), zero for the
     // stage that does not exist.
     auto inputOf = [&] (int s, const float* data) noexcept { return s < kStages ? data[first - s] : 0.0f; };
-    auto noiseOf = [&] (int s) noexcept
-    {
+    auto noiseOf = [&] (int s) noexcept {
         if (s >= kStages)
             return kNoNoise.values;
         return stageAddsNoise<kNoise> (stages[s]) ? stages[s].noise : kNoNoise.values;
@@ -408,10 +405,10 @@ void cascadePairSkewed (const CascadeStage* stages, float* dataA, float* dataB, 
         a1[p] = _mm_setr_ps (kl.a1, kl.a1, kh.a1, kh.a1);
         a2[p] = _mm_setr_ps (kl.a2, kl.a2, kh.a2, kh.a2);
         const bool real = high < kStages;
-        z1[p] = _mm_setr_ps (stages[low].z1[channelA], stages[low].z1[channelB], real ? stages[high].z1[channelA] : 0.0f,
-                             real ? stages[high].z1[channelB] : 0.0f);
-        z2[p] = _mm_setr_ps (stages[low].z2[channelA], stages[low].z2[channelB], real ? stages[high].z2[channelA] : 0.0f,
-                             real ? stages[high].z2[channelB] : 0.0f);
+        z1[p] = _mm_setr_ps (stages[low].z1[channelA], stages[low].z1[channelB],
+                             real ? stages[high].z1[channelA] : 0.0f, real ? stages[high].z1[channelB] : 0.0f);
+        z2[p] = _mm_setr_ps (stages[low].z2[channelA], stages[low].z2[channelB],
+                             real ? stages[high].z2[channelA] : 0.0f, real ? stages[high].z2[channelB] : 0.0f);
         noiseLow[p] = noiseOf (low);
         noiseHigh[p] = noiseOf (high);
         // As if the previous turn had given register p the inputs of stages
@@ -426,15 +423,13 @@ void cascadePairSkewed (const CascadeStage* stages, float* dataA, float* dataB, 
         const __m128 in = _mm_unpacklo_ps (_mm_load_ss (dataA + t), _mm_load_ss (dataB + t));
         __m128 x[kRegisters];
         x[0] = _mm_shuffle_ps (in, previous[0], _MM_SHUFFLE (1, 0, 1, 0));
-        forEachRegister<kRegisters> ([&] (auto index) noexcept
-        {
+        forEachRegister<kRegisters> ([&] (auto index) noexcept {
             constexpr int p = decltype (index)::value;
             if constexpr (p > 0)
                 x[p] = _mm_shuffle_ps (previous[p - 1], previous[p], _MM_SHUFFLE (1, 0, 3, 2));
         });
 
-        forEachRegister<kRegisters> ([&] (auto index) noexcept
-        {
+        forEachRegister<kRegisters> ([&] (auto index) noexcept {
             constexpr int p = decltype (index)::value;
             if constexpr (kNoise != CascadeNoise::none)
             {
@@ -592,9 +587,7 @@ int CParametricEqIf::createInstance (CParametricEqIf** instance, float sampleRat
 }
 
 CParametricEq::CParametricEq (float rate, int channels)
-    : sampleRate (rate),
-      numChannels (channels),
-      z1States (static_cast<size_t> (channels), 0.0f),
+    : sampleRate (rate), numChannels (channels), z1States (static_cast<size_t> (channels), 0.0f),
       z2States (static_cast<size_t> (channels), 0.0f)
 {
     fillNoiseTable();
@@ -640,9 +633,11 @@ int CParametricEq::process (const float* const* inputs, float* const* outputs, i
 
     const Kernel kernel { coefficients.b0, coefficients.b1, coefficients.b2, coefficients.a1, coefficients.a2 };
     if (noiseOn)
-        filterChannels<true> (kernel, noise, inputs, outputs, z1States.data(), z2States.data(), numChannels, numSamples);
+        filterChannels<true> (kernel, noise, inputs, outputs, z1States.data(), z2States.data(), numChannels,
+                              numSamples);
     else
-        filterChannels<false> (kernel, noise, inputs, outputs, z1States.data(), z2States.data(), numChannels, numSamples);
+        filterChannels<false> (kernel, noise, inputs, outputs, z1States.data(), z2States.data(), numChannels,
+                               numSamples);
     return meridex::kNoError;
 }
 
@@ -754,15 +749,15 @@ float CParametricEq::getResponseDb (float frequencyHz) noexcept
     const double sinHalf = std::sin (0.5 * w);
     const double s = sinHalf * sinHalf;
 
-    auto power = [s] (double c0, double c1, double c2) noexcept
-    {
+    auto power = [s] (double c0, double c1, double c2) noexcept {
         const double sum = c0 + c1 + c2;
         const double value = sum * sum - 4.0 * s * (c1 * (c0 + c2) + 4.0 * c0 * c2) + 16.0 * s * s * c0 * c2;
         return std::max (value, kMinPower);
     };
 
     const double numerator = power (coefficients.b0, coefficients.b1, coefficients.b2);
-    const double denominator = power (1.0, -static_cast<double> (coefficients.a1), -static_cast<double> (coefficients.a2));
+    const double denominator = power (1.0, -static_cast<double> (coefficients.a1),
+                                      -static_cast<double> (coefficients.a2));
     return static_cast<float> (kPowerToDb * (std::log (numerator) - std::log (denominator)));
 }
 

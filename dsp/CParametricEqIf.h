@@ -33,7 +33,7 @@ enum FilterType : int
     kLowPass2 = 1,
     kHighPass1 = 2,
     kHighPass2 = 3,
-    kBandPass2 = 4,  // constant 0 dB peak gain, bandwidth set by q
+    kBandPass2 = 4, // constant 0 dB peak gain, bandwidth set by q
     kLowShelf1 = 5,
     kLowShelf2 = 6,
     kHighShelf1 = 7,

@@ -45,7 +45,8 @@ bool isModeBuilt (int index) noexcept
            && kModeTable[index].libraryMode == kV3ModeEfficient;
 }
 
-int CMeridexProIf::createInstance (CMeridexProIf** instance, int maxBlock, int channels, double sampleRate, int mode) noexcept
+int CMeridexProIf::createInstance (CMeridexProIf** instance, int maxBlock, int channels, double sampleRate,
+                                   int mode) noexcept
 {
     if (instance == nullptr)
         return kBadArgument;
@@ -66,8 +67,8 @@ void CMeridexProIf::destroyInstance (CMeridexProIf** instance) noexcept
     *instance = nullptr;
 }
 
-int CMeridexProV3If::createInstance (CMeridexProV3If** instance, int maxBlock, int channels, double sampleRate, int mode,
-                                     float minStretch) noexcept
+int CMeridexProV3If::createInstance (CMeridexProV3If** instance, int maxBlock, int channels, double sampleRate,
+                                     int mode, float minStretch) noexcept
 {
     if (instance == nullptr)
         return kBadArgument;

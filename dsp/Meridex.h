@@ -41,20 +41,18 @@ enum class MeridexFamily : int
 
 struct MeridexMode
 {
-    const char* text;  // shown to the user, in list order
-    int modeNumber;    // what the stretch source stores; V3 modes are 10 and up
+    const char* text; // shown to the user, in list order
+    int modeNumber;   // what the stretch source stores; V3 modes are 10 and up
     MeridexFamily family;
-    int libraryMode;   // the mode argument of the family's factory
+    int libraryMode; // the mode argument of the family's factory
 };
 
 constexpr int kModeCount = 5;
 constexpr int kV3ModeBase = 10;
 
 inline constexpr MeridexMode kModeTable[kModeCount] = {
-    { "Pro V3", 10, MeridexFamily::kV3, 0 },
-    { "Efficient V3", 11, MeridexFamily::kV3, 1 },
-    { "Pro", 0, MeridexFamily::kPro, 0 },
-    { "Efficient", 2, MeridexFamily::kPro, 2 },
+    { "Pro V3", 10, MeridexFamily::kV3, 0 },    { "Efficient V3", 11, MeridexFamily::kV3, 1 },
+    { "Pro", 0, MeridexFamily::kPro, 0 },       { "Efficient", 2, MeridexFamily::kPro, 2 },
     { "Transient", 1, MeridexFamily::kPro, 1 },
 };
 
@@ -98,7 +96,8 @@ public:
     virtual double getLatency() noexcept = 0;
 
     // Modes 0 to 5. None is built yet: every mode answers kModeNotBuilt.
-    [[nodiscard]] static int createInstance (CMeridexProIf** instance, int maxBlock, int channels, double sampleRate, int mode) noexcept;
+    [[nodiscard]] static int createInstance (CMeridexProIf** instance, int maxBlock, int channels, double sampleRate,
+                                             int mode) noexcept;
     static void destroyInstance (CMeridexProIf** instance) noexcept;
 };
 
@@ -156,8 +155,8 @@ public:
     // minStretch the smallest r accepted (the program passes 0.1; at least
     // 1/64). Mode 1 ("Efficient V3") is built; the others answer
     // kModeNotBuilt. *instance is null on any failure.
-    [[nodiscard]] static int createInstance (CMeridexProV3If** instance, int maxBlock, int channels, double sampleRate, int mode,
-                                             float minStretch) noexcept;
+    [[nodiscard]] static int createInstance (CMeridexProV3If** instance, int maxBlock, int channels, double sampleRate,
+                                             int mode, float minStretch) noexcept;
     static void destroyInstance (CMeridexProV3If** instance) noexcept;
 };
 } // namespace meridex

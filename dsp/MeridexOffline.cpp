@@ -21,21 +21,23 @@ struct EngineHolder
     ~EngineHolder() { Engine::destroyInstance (&engine); }
 };
 
-int createEngine (EngineHolder<CMeridexProV3If>& holder, const MeridexMode& mode, int numChannels, double sampleRate) noexcept
+int createEngine (EngineHolder<CMeridexProV3If>& holder, const MeridexMode& mode, int numChannels,
+                  double sampleRate) noexcept
 {
     return CMeridexProV3If::createInstance (&holder.engine, kOfflineBlock, numChannels, sampleRate, mode.libraryMode,
                                             kOfflineMinStretch);
 }
 
-int createEngine (EngineHolder<CMeridexProIf>& holder, const MeridexMode& mode, int numChannels, double sampleRate) noexcept
+int createEngine (EngineHolder<CMeridexProIf>& holder, const MeridexMode& mode, int numChannels,
+                  double sampleRate) noexcept
 {
     return CMeridexProIf::createInstance (&holder.engine, kOfflineBlock, numChannels, sampleRate, mode.libraryMode);
 }
 
 // Appends up to `count` frames of block to out, first skipping what is left
 // of `skip`; returns the frames appended.
-long long append (std::vector<std::vector<float>>& out, const std::vector<std::vector<float>>& block, int count, long long& skip,
-                  long long written, long long total)
+long long append (std::vector<std::vector<float>>& out, const std::vector<std::vector<float>>& block, int count,
+                  long long& skip, long long written, long long total)
 {
     int from = 0;
     if (skip > 0)
@@ -55,8 +57,8 @@ long long append (std::vector<std::vector<float>>& out, const std::vector<std::v
 // output starts at the first input sample after a fresh start, flushBuffer
 // drains the end. May throw std::bad_alloc; the caller catches it.
 template <typename Engine>
-int run (const MeridexMode& mode, const float* const* in, int numChannels, int numFrames, double sampleRate, double timeFactor,
-         double pitchSemitones, double formantFactor, std::vector<std::vector<float>>& out)
+int run (const MeridexMode& mode, const float* const* in, int numChannels, int numFrames, double sampleRate,
+         double timeFactor, double pitchSemitones, double formantFactor, std::vector<std::vector<float>>& out)
 {
     EngineHolder<Engine> holder;
     int result = createEngine (holder, mode, numChannels, sampleRate);
@@ -80,7 +82,8 @@ int run (const MeridexMode& mode, const float* const* in, int numChannels, int n
     if (total == 0)
         return kNoError;
 
-    std::vector<std::vector<float>> blockData (static_cast<size_t> (numChannels), std::vector<float> (kOfflineBlock, 0.0f));
+    std::vector<std::vector<float>> blockData (static_cast<size_t> (numChannels),
+                                               std::vector<float> (kOfflineBlock, 0.0f));
     std::vector<float*> blockPointers (static_cast<size_t> (numChannels));
     std::vector<const float*> inputPointers (static_cast<size_t> (numChannels));
     for (int c = 0; c < numChannels; ++c)
@@ -119,7 +122,8 @@ int run (const MeridexMode& mode, const float* const* in, int numChannels, int n
 } // namespace
 
 int stretchOffline (const float* const* in, int numChannels, int numFrames, double sampleRate, double timeFactor,
-                    double pitchSemitones, double formantFactor, std::vector<std::vector<float>>& out, const char* modeText)
+                    double pitchSemitones, double formantFactor, std::vector<std::vector<float>>& out,
+                    const char* modeText)
 {
     out.clear();
     if (numChannels < kMinChannels || numChannels > kMaxChannels)
@@ -139,9 +143,11 @@ int stretchOffline (const float* const* in, int numChannels, int numFrames, doub
     try
     {
         if (mode.family == MeridexFamily::kV3)
-            result = run<CMeridexProV3If> (mode, in, numChannels, numFrames, sampleRate, timeFactor, pitchSemitones, formantFactor, out);
+            result = run<CMeridexProV3If> (mode, in, numChannels, numFrames, sampleRate, timeFactor, pitchSemitones,
+                                           formantFactor, out);
         else
-            result = run<CMeridexProIf> (mode, in, numChannels, numFrames, sampleRate, timeFactor, pitchSemitones, formantFactor, out);
+            result = run<CMeridexProIf> (mode, in, numChannels, numFrames, sampleRate, timeFactor, pitchSemitones,
+                                         formantFactor, out);
     }
     catch (const std::bad_alloc&)
     {

@@ -25,7 +25,7 @@ inline constexpr const char* kDefaultOfflineMode = "Efficient V3";
 // kMemoryError. On failure out is cleared. With numFrames 0 (in may then be
 // null) nothing is processed, so the call only asks the library whether it
 // takes these factors, this mode and this format.
-[[nodiscard]] int stretchOffline (const float* const* in, int numChannels, int numFrames, double sampleRate, double timeFactor,
-                                  double pitchSemitones, double formantFactor, std::vector<std::vector<float>>& out,
-                                  const char* modeText = kDefaultOfflineMode);
+[[nodiscard]] int stretchOffline (const float* const* in, int numChannels, int numFrames, double sampleRate,
+                                  double timeFactor, double pitchSemitones, double formantFactor,
+                                  std::vector<std::vector<float>>& out, const char* modeText = kDefaultOfflineMode);
 } // namespace meridex

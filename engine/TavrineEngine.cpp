@@ -19,10 +19,12 @@ juce::String TavrineEngine::getKeyName (int keyIndex)
 }
 
 TavrineEngine::TavrineEngine (Buses buses)
-    : numOutputBuses (buses == Buses::single ? 1 : kNumOutputBuses), snapFactory (std::make_unique<SnapParameterFactory>()), targetKeyHolder (new qvrControllableLib::BasicControllable())
+    : numOutputBuses (buses == Buses::single ? 1 : kNumOutputBuses),
+      snapFactory (std::make_unique<SnapParameterFactory>()),
+      targetKeyHolder (new qvrControllableLib::BasicControllable())
 {
-    for (auto* name : { "Off", "C/a", "C#/a#", "D/b", "D#/c", "E/c#", "F/d", "F#/d#", "G/e", "G#/f", "A/f#",
-                        "A#/g", "B/g#" })
+    for (auto* name :
+         { "Off", "C/a", "C#/a#", "D/b", "D#/c", "E/c#", "F/d", "F#/d#", "G/e", "G#/f", "A/f#", "A#/g", "B/g#" })
         targetKey.choices.add (name);
     targetKey.defaultValue = juce::String ("Off");
     targetKeyHolder->addParameter (targetKey.getParameter());

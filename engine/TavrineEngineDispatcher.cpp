@@ -44,8 +44,9 @@ public:
     {
         getChoices()->addBool (false);
         getChoices()->addBool (true);
-        replaceValue (getValue().get(), new qvrControllableLib::DynamicBoolParameterValue (
-                                            this, kRoleValue, new EditLoopFlagProvider (editLoopIndex, loopIndex), true));
+        replaceValue (getValue().get(),
+                      new qvrControllableLib::DynamicBoolParameterValue (
+                          this, kRoleValue, new EditLoopFlagProvider (editLoopIndex, loopIndex), true));
         setTransient (true);
     }
 };

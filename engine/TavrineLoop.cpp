@@ -6,9 +6,7 @@
 #include "engine/TavrineEngine.h"
 
 TavrineLoop::TavrineLoop (TavrineEngine& owner, TavrineLoopMixer& loopMixer, int numOutputBuses)
-    : MemorizingAudioChain (kMemoryCapacitySamples),
-      engine (owner),
-      mixer (loopMixer),
+    : MemorizingAudioChain (kMemoryCapacitySamples), engine (owner), mixer (loopMixer),
       ownParameters (new qvrControllableLib::BasicControllable())
 {
     defineParameters (numOutputBuses);

@@ -11,7 +11,8 @@ class TavrineEngine;
 // Threads: prepareToPlay/releaseResources/getNextAudioBlock on the audio
 // thread. The mix buffer is sized in prepareToPlay; a longer request is
 // rendered in pieces of the prepared size, so a block never allocates.
-class TavrineLoopMixer : public qvrControllableAudio::AudioSourceProvider, public juce::AudioSource
+class TavrineLoopMixer : public qvrControllableAudio::AudioSourceProvider,
+                         public juce::AudioSource
 {
 public:
     explicit TavrineLoopMixer (TavrineEngine& engine);

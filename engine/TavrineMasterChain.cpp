@@ -10,8 +10,7 @@
 using namespace qvrControllableAPI;
 
 TavrineMasterChain::TavrineMasterChain (TavrineEngine& owner, TavrineLoopMixer& mixer)
-    : engine (owner),
-      ownParameters (new qvrControllableLib::BasicControllable()),
+    : engine (owner), ownParameters (new qvrControllableLib::BasicControllable()),
       stretcher (new qvrControllableAudio::MeridexAudioSource (true)),
       limiter (new qvrControllableAudio::BlockSizeLimitingSource()),
       gainSource (new qvrControllableAudio::GainAudioSource())
@@ -89,7 +88,6 @@ void TavrineMasterChain::defineParameters()
     outputBpm.maximum = kMaxBpm;
     outputBpm->setConverter (new OutputBpmConverter());
     p.addParameter (outputBpm.getParameter(), qvrControllableLib::ParameterPersistence::transient);
-
 }
 
 void TavrineMasterChain::setRealtimeStretching (bool enabled)

@@ -20,7 +20,8 @@ public:
     static constexpr int kBeatsPerUnit = 4;
     static constexpr double kSampleRate = 44100.0;
 
-    TavrineMasterTimeline (qvrControllableAPI::ParameterDef* outputBpm, qvrControllableAPI::ParameterDef* triggerPlayMode);
+    TavrineMasterTimeline (qvrControllableAPI::ParameterDef* outputBpm,
+                           qvrControllableAPI::ParameterDef* triggerPlayMode);
     ~TavrineMasterTimeline() override;
 
     double getPosition() override;

@@ -35,7 +35,8 @@ public:
     // The event goes into `queue`, the master chain's queue over `timeline`.
     TriggerSyncMasterSource (TavrineEngine& engine, TavrineMasterTimeline& timeline,
                              qvrControllableAudio::AudioEventQueue& queue, SnapParameterFactory& factory,
-                             qvrControllableAPI::ParameterDef* triggerPlayMode, qvrControllableAPI::ParameterDef* masterBpm);
+                             qvrControllableAPI::ParameterDef* triggerPlayMode,
+                             qvrControllableAPI::ParameterDef* masterBpm);
     ~TriggerSyncMasterSource() override;
 
     juce::AudioSource* getAudioSource() override { return this; }

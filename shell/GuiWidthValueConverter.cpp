@@ -18,10 +18,10 @@ ErrorCode GuiWidthValueConverter::stringFromInt (const int& in, juce::String& ou
 {
     switch (in)
     {
-        case kSmall:  out = "Small"; break;
+        case kSmall: out = "Small"; break;
         case kMedium: out = "Medium"; break;
-        case kLarge:  out = "Large"; break;
-        default:      out = "Custom"; break;
+        case kLarge: out = "Large"; break;
+        default: out = "Custom"; break;
     }
     return kOk;
 }

@@ -39,7 +39,8 @@ private:
 // state and automation setters on any host thread; construction and
 // destruction on the message thread or on any thread while the message thread
 // runs its loop.
-class TavrinePluginProcessor : private MessageThreadGuard, public qvrControllableToolbox::AutomatedAudioProcessor
+class TavrinePluginProcessor : private MessageThreadGuard,
+                               public qvrControllableToolbox::AutomatedAudioProcessor
 {
 public:
     static constexpr int kNumRows = 9;

@@ -157,9 +157,15 @@ void TavrineSettings::defineParameters()
 
 std::array<ParameterDef*, 9> TavrineSettings::getStoredParameters() const
 {
-    return { enablePrelistenSyncOnStartup.get(), enableMasterRealtimeStretching.get(), prelistenLevel.get(),
-             prelistenOutputBus.get(),           renderCacheDirectoryName.get(),       renderCacheMaxSizeGb.get(),
-             renderCacheMinAvailableGb.get(),    guiWidthOnStartup.get(),              tooltipDelayMs.get() };
+    return { enablePrelistenSyncOnStartup.get(),
+             enableMasterRealtimeStretching.get(),
+             prelistenLevel.get(),
+             prelistenOutputBus.get(),
+             renderCacheDirectoryName.get(),
+             renderCacheMaxSizeGb.get(),
+             renderCacheMinAvailableGb.get(),
+             guiWidthOnStartup.get(),
+             tooltipDelayMs.get() };
 }
 
 void TavrineSettings::load (ParameterDef* parameter)
@@ -237,10 +243,22 @@ juce::File TavrineSettings::getExportFolder()
     return folder;
 }
 
-juce::File TavrineSettings::getSampleFolder() { return readFolder (kSampleFolder, locations.documentsFolder); }
-void TavrineSettings::setSampleFolder (const juce::File& folder) { writeFolder (kSampleFolder, folder); }
-juce::File TavrineSettings::getUserbankFolder() { return readFolder (kUserbankFolder, locations.documentsFolder); }
-void TavrineSettings::setUserbankFolder (const juce::File& folder) { writeFolder (kUserbankFolder, folder); }
+juce::File TavrineSettings::getSampleFolder()
+{
+    return readFolder (kSampleFolder, locations.documentsFolder);
+}
+void TavrineSettings::setSampleFolder (const juce::File& folder)
+{
+    writeFolder (kSampleFolder, folder);
+}
+juce::File TavrineSettings::getUserbankFolder()
+{
+    return readFolder (kUserbankFolder, locations.documentsFolder);
+}
+void TavrineSettings::setUserbankFolder (const juce::File& folder)
+{
+    writeFolder (kUserbankFolder, folder);
+}
 
 //==============================================================================
 TavrineSettings& TavrineSettings::getInstance()

@@ -73,7 +73,8 @@ public:
     // folder "Korvenhaldt", suffix "xml", the given Mac library sub-folder
     // ("Application Support" now, "Preferences" for the older location), all
     // else at JUCE's defaults (per user, XML).
-    static juce::PropertiesFile::Options getPropertiesOptions (const juce::String& macLibrarySubFolder = "Application Support");
+    static juce::PropertiesFile::Options
+    getPropertiesOptions (const juce::String& macLibrarySubFolder = "Application Support");
 
     // Message thread. Registers itself as the instance; there must be no
     // other at the time.

@@ -81,9 +81,8 @@ void audioThreadWrite (benchmark::State& state)
         ParameterTypes::floatType().cancelAllChanges();
         ParameterTypes::floatType().drainChanges();
     }
-    state.counters["ns_per_write"] = benchmark::Counter ((double) kBatch * 1.0e-9,
-                                                         benchmark::Counter::kIsIterationInvariantRate
-                                                             | benchmark::Counter::kInvert);
+    state.counters["ns_per_write"] = benchmark::Counter (
+        (double) kBatch * 1.0e-9, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
     for (int i = 0; i < state.range (0); ++i)
         p->removeChangeListener (&listeners[i], false);
 }

@@ -129,8 +129,14 @@ void pushLatency (benchmark::State& state)
     state.counters["max_ns"] = all.back();
 }
 
-void lockFreePush (benchmark::State& state) { pushLatency<LockFreeParameterFifo> (state); }
-void lockedReferencePush (benchmark::State& state) { pushLatency<LockedReferenceFifo> (state); }
+void lockFreePush (benchmark::State& state)
+{
+    pushLatency<LockFreeParameterFifo> (state);
+}
+void lockedReferencePush (benchmark::State& state)
+{
+    pushLatency<LockedReferenceFifo> (state);
+}
 
 BENCHMARK (lockFreePush)->Arg (1)->Arg (3)->Iterations (10)->UseManualTime();
 BENCHMARK (lockedReferencePush)->Arg (1)->Arg (3)->Iterations (10)->UseManualTime();

@@ -138,11 +138,14 @@ void registerFftBenchmarks()
     for (int size = 256; size <= 4096; size *= 2)
     {
         benchmark::RegisterBenchmark (("BM_FftFftw/" + std::to_string (size)).c_str(), BM_FftFftw)->Arg (size);
-        benchmark::RegisterBenchmark (("BM_FftFloor/" + std::to_string (size) + "/inUse").c_str(), BM_FftFloor)->Args ({ size, -1 });
+        benchmark::RegisterBenchmark (("BM_FftFloor/" + std::to_string (size) + "/inUse").c_str(), BM_FftFloor)
+            ->Args ({ size, -1 });
         for (int tier : { kTierGeneric, kTierSse2, kTierSse3, kTierSse4 })
-            benchmark::RegisterBenchmark (("BM_FftFloor/" + std::to_string (size) + "/tier" + std::to_string (tier)).c_str(), BM_FftFloor)
+            benchmark::RegisterBenchmark (
+                ("BM_FftFloor/" + std::to_string (size) + "/tier" + std::to_string (tier)).c_str(), BM_FftFloor)
                 ->Args ({ size, tier });
-        benchmark::RegisterBenchmark (("BM_FftFloorInverse/" + std::to_string (size)).c_str(), BM_FftFloorInverse)->Arg (size);
+        benchmark::RegisterBenchmark (("BM_FftFloorInverse/" + std::to_string (size)).c_str(), BM_FftFloorInverse)
+            ->Arg (size);
     }
 }
 
@@ -152,7 +155,8 @@ void BM_ResampleFloat (benchmark::State& state)
     const double outputPerInput = static_cast<double> (state.range (0)) / 100.0;
     const int block = 512;
     CScopedPtr<CResampleBase> converter;
-    if (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, CResampleBase::kEngineQuality, block, 2, true)
+    if (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, CResampleBase::kEngineQuality, block,
+                                       2, true)
         != kNoError)
     {
         state.SkipWithError ("could not create the converter");
@@ -166,8 +170,10 @@ void BM_ResampleFloat (benchmark::State& state)
         benchmark::DoNotOptimize (converter->process (input.data(), output.data(), outputPerInput, 1.0f, 2, block));
         benchmark::ClobberMemory();
     }
-    state.counters["input frames/s"] = benchmark::Counter (static_cast<double> (state.iterations()) * block, benchmark::Counter::kIsRate);
-    state.counters["x_realtime"] = benchmark::Counter (static_cast<double> (state.iterations()) * block / 44100.0, benchmark::Counter::kIsRate);
+    state.counters["input frames/s"] = benchmark::Counter (static_cast<double> (state.iterations()) * block,
+                                                           benchmark::Counter::kIsRate);
+    state.counters["x_realtime"] = benchmark::Counter (static_cast<double> (state.iterations()) * block / 44100.0,
+                                                       benchmark::Counter::kIsRate);
 }
 
 void BM_FastResample (benchmark::State& state)
@@ -186,8 +192,10 @@ void BM_FastResample (benchmark::State& state)
         benchmark::DoNotOptimize (converter.process (in, block, out));
         benchmark::ClobberMemory();
     }
-    state.counters["input frames/s"] = benchmark::Counter (static_cast<double> (state.iterations()) * block, benchmark::Counter::kIsRate);
-    state.counters["x_realtime"] = benchmark::Counter (static_cast<double> (state.iterations()) * block / 44100.0, benchmark::Counter::kIsRate);
+    state.counters["input frames/s"] = benchmark::Counter (static_cast<double> (state.iterations()) * block,
+                                                           benchmark::Counter::kIsRate);
+    state.counters["x_realtime"] = benchmark::Counter (static_cast<double> (state.iterations()) * block / 44100.0,
+                                                       benchmark::Counter::kIsRate);
 }
 
 [[maybe_unused]] const int registered = (registerFftBenchmarks(), 0);

@@ -38,7 +38,8 @@ const std::vector<std::vector<float>>& material()
                 right += 0.06 * std::sin (twoPi * pad[n] * 1.002 * t + 2 * n);
             }
             const double beat = std::fmod (t, 0.5);
-            const double bass = 0.25 * std::sin (twoPi * 55.0 * (1 + static_cast<int> (t * 2) % 3) * beat) * std::exp (-6.0 * beat);
+            const double bass = 0.25 * std::sin (twoPi * 55.0 * (1 + static_cast<int> (t * 2) % 3) * beat)
+                                * std::exp (-6.0 * beat);
             const float click = (i % 11025 == 0) ? 0.8f : 0.0f;
             const float hiss = 0.01f * dist (rng);
             result[0][static_cast<size_t> (i)] = static_cast<float> (left + bass) + click + hiss;
@@ -61,7 +62,8 @@ void stretchTenSeconds (benchmark::State& state, double timeFactor, double semit
         benchmark::DoNotOptimize (result);
         benchmark::DoNotOptimize (out.data());
     }
-    const double seconds = static_cast<double> (std::clock() - start) / CLOCKS_PER_SEC / static_cast<double> (state.iterations());
+    const double seconds = static_cast<double> (std::clock() - start) / CLOCKS_PER_SEC
+                           / static_cast<double> (state.iterations());
     state.counters["x_realtime"] = kSeconds / seconds;
 }
 } // namespace

@@ -135,7 +135,8 @@ void runTimed (benchmark::State& state, int channels, int block, Comparison comp
     const auto start = std::chrono::steady_clock::now();
     for (auto _ : state)
         body();
-    const double elapsedNs = std::chrono::duration<double, std::nano> (std::chrono::steady_clock::now() - start).count();
+    const double elapsedNs =
+        std::chrono::duration<double, std::nano> (std::chrono::steady_clock::now() - start).count();
 
     const double samples = static_cast<double> (state.iterations()) * channels * block;
     state.counters["Gsamples"] = benchmark::Counter (samples / 1e9, benchmark::Counter::kIsRate);
@@ -217,7 +218,15 @@ void BM_EqCascade6 (benchmark::State& state)
 }
 } // namespace
 
-BENCHMARK (BM_EqReferenceBiquad)->ArgNames ({ "channels", "block" })->Args ({ 1, 128 })->Args ({ 2, 128 })->Args ({ 2, 1024 });
-BENCHMARK (BM_EqParametricEq)->ArgNames ({ "channels", "block" })->Args ({ 1, 128 })->Args ({ 2, 128 })->Args ({ 2, 1024 });
+BENCHMARK (BM_EqReferenceBiquad)
+    ->ArgNames ({ "channels", "block" })
+    ->Args ({ 1, 128 })
+    ->Args ({ 2, 128 })
+    ->Args ({ 2, 1024 });
+BENCHMARK (BM_EqParametricEq)
+    ->ArgNames ({ "channels", "block" })
+    ->Args ({ 1, 128 })
+    ->Args ({ 2, 128 })
+    ->Args ({ 2, 1024 });
 BENCHMARK (BM_EqReferenceCascade6)->ArgName ("block")->Arg (128);
 BENCHMARK (BM_EqCascade6)->ArgName ("block")->Arg (128);

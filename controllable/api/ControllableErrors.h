@@ -9,6 +9,6 @@ namespace qvrControllableAPI
 using ErrorCode = std::int32_t;
 
 constexpr ErrorCode kOk = 0;
-constexpr ErrorCode kNotFound = 1;      // index out of range, element not found
-constexpr ErrorCode kUnsupported = -1;  // the object does not support the operation
+constexpr ErrorCode kNotFound = 1;     // index out of range, element not found
+constexpr ErrorCode kUnsupported = -1; // the object does not support the operation
 } // namespace qvrControllableAPI

@@ -2,7 +2,10 @@
 
 #include "controllable/api/ControllableForward.h"
 
-namespace juce { class AudioProcessor; }
+namespace juce
+{
+class AudioProcessor;
+}
 
 namespace qvrControllableAPI
 {
@@ -39,8 +42,7 @@ public:
     virtual ChangeListenerStrategyPtr getChangeStrategy() = 0;
     virtual void setChangeStrategy (ChangeListenerStrategy* strategy) = 0;
     virtual AutomationHandlePtr createAutomationHandle (juce::AudioProcessor* processor, int index,
-                                                        const juce::String& name,
-                                                        AutomationNormalizer* normalizer) = 0;
+                                                        const juce::String& name, AutomationNormalizer* normalizer) = 0;
     virtual void removeAutomationHandle() = 0;
     virtual AutomationHandlePtr getAutomationHandle() = 0;
     // A new parameter of `type` (this one's type if null) whose value, range

@@ -7,6 +7,8 @@ namespace qvrControllableAPI
 // Every conversion between the four kinds, and to and from text, goes through
 // the parameter's converter. Each returns an error code; kOk means `out` holds
 // the result.
+// The identity conversions are kept one per line.
+// clang-format off
 class ValueConverter : public virtual juce::ReferenceCountedObject
 {
 public:
@@ -29,6 +31,7 @@ public:
     // The text of a null value.
     virtual juce::String getNullText() = 0;
 };
+// clang-format on
 
 // Dispatches a conversion between two kinds to the matching operation.
 template <typename From, typename To>
@@ -36,31 +39,47 @@ ErrorCode convertValue (ValueConverter& converter, const From& in, To& out)
 {
     if constexpr (std::is_same_v<To, bool>)
     {
-        if constexpr (std::is_same_v<From, bool>)          return converter.boolFromBool (in, out);
-        else if constexpr (std::is_same_v<From, int>)      return converter.boolFromInt (in, out);
-        else if constexpr (std::is_same_v<From, double>)   return converter.boolFromFloat (in, out);
-        else                                               return converter.boolFromString (in, out);
+        if constexpr (std::is_same_v<From, bool>)
+            return converter.boolFromBool (in, out);
+        else if constexpr (std::is_same_v<From, int>)
+            return converter.boolFromInt (in, out);
+        else if constexpr (std::is_same_v<From, double>)
+            return converter.boolFromFloat (in, out);
+        else
+            return converter.boolFromString (in, out);
     }
     else if constexpr (std::is_same_v<To, int>)
     {
-        if constexpr (std::is_same_v<From, bool>)          return converter.intFromBool (in, out);
-        else if constexpr (std::is_same_v<From, int>)      return converter.intFromInt (in, out);
-        else if constexpr (std::is_same_v<From, double>)   return converter.intFromFloat (in, out);
-        else                                               return converter.intFromString (in, out);
+        if constexpr (std::is_same_v<From, bool>)
+            return converter.intFromBool (in, out);
+        else if constexpr (std::is_same_v<From, int>)
+            return converter.intFromInt (in, out);
+        else if constexpr (std::is_same_v<From, double>)
+            return converter.intFromFloat (in, out);
+        else
+            return converter.intFromString (in, out);
     }
     else if constexpr (std::is_same_v<To, double>)
     {
-        if constexpr (std::is_same_v<From, bool>)          return converter.floatFromBool (in, out);
-        else if constexpr (std::is_same_v<From, int>)      return converter.floatFromInt (in, out);
-        else if constexpr (std::is_same_v<From, double>)   return converter.floatFromFloat (in, out);
-        else                                               return converter.floatFromString (in, out);
+        if constexpr (std::is_same_v<From, bool>)
+            return converter.floatFromBool (in, out);
+        else if constexpr (std::is_same_v<From, int>)
+            return converter.floatFromInt (in, out);
+        else if constexpr (std::is_same_v<From, double>)
+            return converter.floatFromFloat (in, out);
+        else
+            return converter.floatFromString (in, out);
     }
     else
     {
-        if constexpr (std::is_same_v<From, bool>)          return converter.stringFromBool (in, out);
-        else if constexpr (std::is_same_v<From, int>)      return converter.stringFromInt (in, out);
-        else if constexpr (std::is_same_v<From, double>)   return converter.stringFromFloat (in, out);
-        else                                               return converter.stringFromString (in, out);
+        if constexpr (std::is_same_v<From, bool>)
+            return converter.stringFromBool (in, out);
+        else if constexpr (std::is_same_v<From, int>)
+            return converter.stringFromInt (in, out);
+        else if constexpr (std::is_same_v<From, double>)
+            return converter.stringFromFloat (in, out);
+        else
+            return converter.stringFromString (in, out);
     }
 }
 } // namespace qvrControllableAPI

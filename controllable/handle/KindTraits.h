@@ -24,7 +24,10 @@ template <>
 struct KindTraits<double>
 {
     static qvrControllableLib::ParameterTypeImpl& type() { return qvrControllableLib::ParameterTypes::floatType(); }
-    static qvrControllableLib::ParameterTypeImpl& listType() { return qvrControllableLib::ParameterTypes::floatListType(); }
+    static qvrControllableLib::ParameterTypeImpl& listType()
+    {
+        return qvrControllableLib::ParameterTypes::floatListType();
+    }
     static double get (ParameterValue& v) { return v.getFloat(); }
     static ErrorCode set (ParameterValue& v, double x) { return v.setFloat (x); }
     static ParameterValuePtr add (ParameterValueList& l, double x) { return l.addFloat (x); }
@@ -34,7 +37,10 @@ template <>
 struct KindTraits<int>
 {
     static qvrControllableLib::ParameterTypeImpl& type() { return qvrControllableLib::ParameterTypes::intType(); }
-    static qvrControllableLib::ParameterTypeImpl& listType() { return qvrControllableLib::ParameterTypes::intListType(); }
+    static qvrControllableLib::ParameterTypeImpl& listType()
+    {
+        return qvrControllableLib::ParameterTypes::intListType();
+    }
     static int get (ParameterValue& v) { return v.getInt(); }
     static ErrorCode set (ParameterValue& v, int x) { return v.setInt (x); }
     static ParameterValuePtr add (ParameterValueList& l, int x) { return l.addInt (x); }
@@ -44,7 +50,10 @@ template <>
 struct KindTraits<bool>
 {
     static qvrControllableLib::ParameterTypeImpl& type() { return qvrControllableLib::ParameterTypes::boolType(); }
-    static qvrControllableLib::ParameterTypeImpl& listType() { return qvrControllableLib::ParameterTypes::boolListType(); }
+    static qvrControllableLib::ParameterTypeImpl& listType()
+    {
+        return qvrControllableLib::ParameterTypes::boolListType();
+    }
     static bool get (ParameterValue& v) { return v.getBool(); }
     static ErrorCode set (ParameterValue& v, bool x) { return v.setBool (x); }
     static ParameterValuePtr add (ParameterValueList& l, bool x) { return l.addBool (x); }
@@ -54,7 +63,10 @@ template <>
 struct KindTraits<juce::String>
 {
     static qvrControllableLib::ParameterTypeImpl& type() { return qvrControllableLib::ParameterTypes::stringType(); }
-    static qvrControllableLib::ParameterTypeImpl& listType() { return qvrControllableLib::ParameterTypes::stringListType(); }
+    static qvrControllableLib::ParameterTypeImpl& listType()
+    {
+        return qvrControllableLib::ParameterTypes::stringListType();
+    }
     static juce::String get (ParameterValue& v) { return v.getString(); }
     static ErrorCode set (ParameterValue& v, const juce::String& x) { return v.setString (x); }
     static ParameterValuePtr add (ParameterValueList& l, const juce::String& x) { return l.addString (x); }

@@ -26,7 +26,8 @@ public:
 
     // Asks the kind's type singleton (or its list type) for a new parameter.
     explicit ParamDefHandle (const juce::String& name, ValueShape shape = ValueShape::single)
-        : ParamDefHandle ((shape == ValueShape::list ? KindTraits<T>::listType() : KindTraits<T>::type()).createParameter (name))
+        : ParamDefHandle (
+            (shape == ValueShape::list ? KindTraits<T>::listType() : KindTraits<T>::type()).createParameter (name))
     {
     }
 

@@ -29,7 +29,9 @@ class AbstractValueWrapper : public ValueWrapper
 {
 public:
     AbstractValueWrapper() = default;
-    AbstractValueWrapper (ParameterValue* wrapped, bool setsCurrentToo) : value (wrapped), alsoCurrent (setsCurrentToo) {}
+    AbstractValueWrapper (ParameterValue* wrapped, bool setsCurrentToo) : value (wrapped), alsoCurrent (setsCurrentToo)
+    {
+    }
 
     ParameterValuePtr getValue() const override { return value; }
     bool isAlsoCurrent() const noexcept { return alsoCurrent; }
@@ -98,7 +100,10 @@ public:
     }
 
     // The entry as a wrapper that writes in place; an empty wrapper past the end.
-    AbstractValueWrapper<T> getEntry (int index) const { return AbstractValueWrapper<T> (getEntryValue (index).get(), false); }
+    AbstractValueWrapper<T> getEntry (int index) const
+    {
+        return AbstractValueWrapper<T> (getEntryValue (index).get(), false);
+    }
 
     ErrorCode set (int index, const T& x)
     {

@@ -21,8 +21,7 @@ double LinearAutomationNormalizer::denormalize (float normalized, double minimum
 }
 
 LogarithmicAutomationNormalizer::LogarithmicAutomationNormalizer (ParameterDef* parameter, float deadZoneWidth)
-    : deadZone (deadZoneWidth),
-      base (parameter->getMaximum()->getFloat() / parameter->getMinimum()->getFloat())
+    : deadZone (deadZoneWidth), base (parameter->getMaximum()->getFloat() / parameter->getMinimum()->getFloat())
 {
 }
 

@@ -8,9 +8,8 @@
 
 namespace qvrControllableLib
 {
-BasicAutomationHandle::BasicAutomationHandle (ParameterDef* p, AutomationNormalizer* n,
-                                              juce::AudioProcessor* proc, int hostIndex,
-                                              const juce::String& hostName)
+BasicAutomationHandle::BasicAutomationHandle (ParameterDef* p, AutomationNormalizer* n, juce::AudioProcessor* proc,
+                                              int hostIndex, const juce::String& hostName)
     : parameter (p), normalizer (n), index (hostIndex), name (hostName), processor (proc)
 {
     auto type = parameter->getType();
@@ -27,9 +26,12 @@ BasicAutomationHandle::BasicAutomationHandle (ParameterDef* p, AutomationNormali
         name = parameter->getName();
 
     auto value = parameter->getValue();
-    if (type->isBool())        boolShortcut.connect (value.get());
-    else if (type->isInt())    intShortcut.connect (value.get());
-    else if (type->isFloat())  floatShortcut.connect (value.get());
+    if (type->isBool())
+        boolShortcut.connect (value.get());
+    else if (type->isInt())
+        intShortcut.connect (value.get());
+    else if (type->isFloat())
+        floatShortcut.connect (value.get());
 }
 
 BasicAutomationHandle::~BasicAutomationHandle() = default;

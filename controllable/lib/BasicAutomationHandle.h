@@ -21,8 +21,8 @@ class BasicAutomationHandle : public AutomationHandle
 public:
     // A null normalizer picks one from the parameter: bool, choices, else
     // linear without dead zone. An empty name becomes the parameter's name.
-    BasicAutomationHandle (ParameterDef* parameter, AutomationNormalizer* normalizer,
-                           juce::AudioProcessor* processor, int index, const juce::String& name);
+    BasicAutomationHandle (ParameterDef* parameter, AutomationNormalizer* normalizer, juce::AudioProcessor* processor,
+                           int index, const juce::String& name);
     ~BasicAutomationHandle() override;
 
     void beginGesture() override;

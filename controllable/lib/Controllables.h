@@ -33,7 +33,8 @@ class BasicControllable : public virtual AbstractControllable
 {
 public:
     // Sets the transient flag, appends, returns the parameter.
-    ParameterDefPtr addParameter (ParameterDef* parameter, ParameterPersistence persistence = ParameterPersistence::saved);
+    ParameterDefPtr addParameter (ParameterDef* parameter,
+                                  ParameterPersistence persistence = ParameterPersistence::saved);
     ParameterDefPtr addParameter (const ParameterDefPtr& parameter,
                                   ParameterPersistence persistence = ParameterPersistence::saved)
     {

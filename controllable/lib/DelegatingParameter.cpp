@@ -4,16 +4,46 @@
 
 namespace qvrControllableLib
 {
-ParameterTypePtr AbstractDelegatingParameter::getType()            { return getTarget()->getType(); }
-bool AbstractDelegatingParameter::isTransient()                    { return getTarget()->isTransient(); }
-ValueConverterPtr AbstractDelegatingParameter::getConverter()      { return getTarget()->getConverter(); }
-ValueModifierPtr AbstractDelegatingParameter::getModifier()        { return getTarget()->getModifier(); }
-ParameterValuePtr AbstractDelegatingParameter::getValue()          { return getTarget()->getValue(); }
-ParameterValueListPtr AbstractDelegatingParameter::getValueList()  { return getTarget()->getValueList(); }
-ParameterValuePtr AbstractDelegatingParameter::getDefault()        { return getTarget()->getDefault(); }
-ParameterValuePtr AbstractDelegatingParameter::getMinimum()        { return getTarget()->getMinimum(); }
-ParameterValuePtr AbstractDelegatingParameter::getMaximum()        { return getTarget()->getMaximum(); }
-ParameterValueListPtr AbstractDelegatingParameter::getChoices()    { return getTarget()->getChoices(); }
+ParameterTypePtr AbstractDelegatingParameter::getType()
+{
+    return getTarget()->getType();
+}
+bool AbstractDelegatingParameter::isTransient()
+{
+    return getTarget()->isTransient();
+}
+ValueConverterPtr AbstractDelegatingParameter::getConverter()
+{
+    return getTarget()->getConverter();
+}
+ValueModifierPtr AbstractDelegatingParameter::getModifier()
+{
+    return getTarget()->getModifier();
+}
+ParameterValuePtr AbstractDelegatingParameter::getValue()
+{
+    return getTarget()->getValue();
+}
+ParameterValueListPtr AbstractDelegatingParameter::getValueList()
+{
+    return getTarget()->getValueList();
+}
+ParameterValuePtr AbstractDelegatingParameter::getDefault()
+{
+    return getTarget()->getDefault();
+}
+ParameterValuePtr AbstractDelegatingParameter::getMinimum()
+{
+    return getTarget()->getMinimum();
+}
+ParameterValuePtr AbstractDelegatingParameter::getMaximum()
+{
+    return getTarget()->getMaximum();
+}
+ParameterValueListPtr AbstractDelegatingParameter::getChoices()
+{
+    return getTarget()->getChoices();
+}
 
 DelegatingParameter::DelegatingParameter (const juce::String& parameterName, ParameterDef* targetParameter)
     : AbstractDelegatingParameter (parameterName), target (targetParameter)
@@ -34,8 +64,14 @@ AutomationHandlePtr DelegatingParameter::createAutomationHandle (juce::AudioProc
     return target->createAutomationHandle (processor, index, hostName, normalizer);
 }
 
-void DelegatingParameter::removeAutomationHandle() { target->removeAutomationHandle(); }
-AutomationHandlePtr DelegatingParameter::getAutomationHandle() { return target->getAutomationHandle(); }
+void DelegatingParameter::removeAutomationHandle()
+{
+    target->removeAutomationHandle();
+}
+AutomationHandlePtr DelegatingParameter::getAutomationHandle()
+{
+    return target->getAutomationHandle();
+}
 
 void DelegatingParameter::parameterChanged (ParameterDef*)
 {
@@ -45,7 +81,8 @@ void DelegatingParameter::parameterChanged (ParameterDef*)
 
 namespace qvrControllableLib
 {
-DynamicDelegatingParameter::DynamicDelegatingParameter (const juce::String& nameOfTarget, ControllableProvider* controllableProvider,
+DynamicDelegatingParameter::DynamicDelegatingParameter (const juce::String& nameOfTarget,
+                                                        ControllableProvider* controllableProvider,
                                                         const juce::String& parameterName)
     : AbstractDelegatingParameter (parameterName), provider (controllableProvider), targetName (nameOfTarget)
 {
@@ -146,7 +183,8 @@ private:
     MultiTargetDelegatingParameter& owner;
 };
 
-MultiTargetDelegatingParameter::MultiTargetDelegatingParameter (const juce::String& parameterName, ParameterDef* firstTarget,
+MultiTargetDelegatingParameter::MultiTargetDelegatingParameter (const juce::String& parameterName,
+                                                                ParameterDef* firstTarget,
                                                                 const ParameterArray& furtherTargets)
     : AbstractDelegatingParameter (parameterName), first (firstTarget), further (furtherTargets)
 {

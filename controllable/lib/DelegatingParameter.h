@@ -8,7 +8,8 @@ namespace qvrControllableLib
 {
 // A parameter with its own name, listeners and strategy but no value: it
 // leans on getTarget() for type, converter, modifier, values and range.
-class AbstractDelegatingParameter : public AbstractParameter, public ParameterChangeListener
+class AbstractDelegatingParameter : public AbstractParameter,
+                                    public ParameterChangeListener
 {
 public:
     using AbstractParameter::AbstractParameter;
@@ -69,13 +70,15 @@ class DynamicDelegatingParameter : public AbstractDelegatingParameter
 public:
     using ControllableProvider = DynamicValueProvider<ControllablePtr>;
 
-    DynamicDelegatingParameter (const juce::String& targetName, ControllableProvider* provider, const juce::String& name);
+    DynamicDelegatingParameter (const juce::String& targetName, ControllableProvider* provider,
+                                const juce::String& name);
     ~DynamicDelegatingParameter() override;
 
     ParameterDefPtr getTarget() override;
     bool isTransient() override { return true; }
 
-    AutomationHandlePtr createAutomationHandle (juce::AudioProcessor*, int, const juce::String&, AutomationNormalizer*) override
+    AutomationHandlePtr createAutomationHandle (juce::AudioProcessor*, int, const juce::String&,
+                                                AutomationNormalizer*) override
     {
         return nullptr;
     }
@@ -101,7 +104,8 @@ private:
 class MultiTargetDelegatingParameter : public AbstractDelegatingParameter
 {
 public:
-    MultiTargetDelegatingParameter (const juce::String& name, ParameterDef* firstTarget, const ParameterArray& furtherTargets);
+    MultiTargetDelegatingParameter (const juce::String& name, ParameterDef* firstTarget,
+                                    const ParameterArray& furtherTargets);
     ~MultiTargetDelegatingParameter() override;
 
     ParameterDefPtr getTarget() override { return first; }

@@ -33,16 +33,15 @@ void AbstractForwardingStrategy::forwardParameters (const ControllableArray& tar
 }
 
 Controllable* AbstractForwardingStrategy::selectTarget (const juce::Array<Controllable*>& targets,
-                                                        const juce::String& forwardedName,
-                                                        const juce::String&)
+                                                        const juce::String& forwardedName, const juce::String&)
 {
     if (targets.isEmpty())
         return nullptr;
     switch (getForwardMode (forwardedName))
     {
         case kForwardToFirst: return targets.getFirst();
-        case kForwardToLast:  return targets.getLast();
-        default:              return nullptr;
+        case kForwardToLast: return targets.getLast();
+        default: return nullptr;
     }
 }
 
@@ -52,14 +51,14 @@ juce::String AbstractForwardingStrategy::getForwardedName (ParameterDef* paramet
 }
 
 ParameterDefPtr AbstractForwardingStrategy::createMultiTargetParameter (const juce::String&,
-                                                                       const juce::Array<Controllable*>&, int)
+                                                                        const juce::Array<Controllable*>&, int)
 {
     // Multi-target delegates are made by derived strategies that need them.
     return nullptr;
 }
 
 ParameterDefPtr AbstractForwardingStrategy::createDelegatingParameter (ParameterDef* parameter,
-                                                                      Controllable* controllable)
+                                                                       Controllable* controllable)
 {
     return new DelegatingParameter (getForwardedName (parameter, controllable), parameter);
 }

@@ -54,8 +54,10 @@ public:
     DispatchingControllable (ForwardingStrategy* strategy, TargetProvider* provider);
 
     const ParameterArray& getParameters() override;
-    ParameterDefPtr addParameter (ParameterDef* parameter, ParameterPersistence persistence = ParameterPersistence::saved);
-    ParameterDefPtr addParameter (const ParameterDefPtr& p, ParameterPersistence persistence = ParameterPersistence::saved)
+    ParameterDefPtr addParameter (ParameterDef* parameter,
+                                  ParameterPersistence persistence = ParameterPersistence::saved);
+    ParameterDefPtr addParameter (const ParameterDefPtr& p,
+                                  ParameterPersistence persistence = ParameterPersistence::saved)
     {
         return addParameter (p.get(), persistence);
     }

@@ -4,9 +4,12 @@ namespace qvrControllableLib
 {
 ParameterValuePtr createForwardingValue (ParameterType& type, ParameterDef* owner, int role, ParameterValue* source)
 {
-    if (type.isFloat())  return new ForwardingFloatParameterValue (owner, role, source);
-    if (type.isInt())    return new ForwardingIntParameterValue (owner, role, source);
-    if (type.isBool())   return new ForwardingBoolParameterValue (owner, role, source);
+    if (type.isFloat())
+        return new ForwardingFloatParameterValue (owner, role, source);
+    if (type.isInt())
+        return new ForwardingIntParameterValue (owner, role, source);
+    if (type.isBool())
+        return new ForwardingBoolParameterValue (owner, role, source);
     return new ForwardingStringParameterValue (owner, role, source);
 }
 

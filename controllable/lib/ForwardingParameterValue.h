@@ -14,7 +14,8 @@ namespace qvrControllableLib
 // The local copy is kept in the stored field, so a read is always refreshed
 // from the source first. Listens synchronously to the source parameter.
 template <typename T>
-class AbstractForwardingParameterValue : public StoredParameterValue<T>, public ParameterChangeListener
+class AbstractForwardingParameterValue : public StoredParameterValue<T>,
+                                         public ParameterChangeListener
 {
 public:
     AbstractForwardingParameterValue (ParameterDef* owner, int valueRole, ParameterValue* sourceValue)
@@ -67,20 +68,28 @@ public:
 
     T getSourceValue() const
     {
-        if constexpr (std::is_same_v<T, double>)    return source->getFloat();
-        else if constexpr (std::is_same_v<T, int>)  return source->getInt();
-        else if constexpr (std::is_same_v<T, bool>) return source->getBool();
-        else                                        return source->getString();
+        if constexpr (std::is_same_v<T, double>)
+            return source->getFloat();
+        else if constexpr (std::is_same_v<T, int>)
+            return source->getInt();
+        else if constexpr (std::is_same_v<T, bool>)
+            return source->getBool();
+        else
+            return source->getString();
     }
 
     ErrorCode setSourceValue (const T& value)
     {
         if (source == nullptr)
             return kUnsupported;
-        if constexpr (std::is_same_v<T, double>)    return source->setFloat (value);
-        else if constexpr (std::is_same_v<T, int>)  return source->setInt (value);
-        else if constexpr (std::is_same_v<T, bool>) return source->setBool (value);
-        else                                        return source->setString (value);
+        if constexpr (std::is_same_v<T, double>)
+            return source->setFloat (value);
+        else if constexpr (std::is_same_v<T, int>)
+            return source->setInt (value);
+        else if constexpr (std::is_same_v<T, bool>)
+            return source->setBool (value);
+        else
+            return source->setString (value);
     }
 
     // A view whose modifier does not map its range must tell its listeners
@@ -169,8 +178,14 @@ public:
     ErrorCode removeAt (int) override { return kUnsupported; }
     void clear() override {}
     const juce::ReferenceCountedArray<ParameterValue>& getValues() override;
-    ErrorCode replaceWith (ParameterValueList* other) override { return source != nullptr ? source->replaceWith (other) : kUnsupported; }
-    ErrorCode setFrom (ParameterValueList* other) override { return source != nullptr ? source->setFrom (other) : kUnsupported; }
+    ErrorCode replaceWith (ParameterValueList* other) override
+    {
+        return source != nullptr ? source->replaceWith (other) : kUnsupported;
+    }
+    ErrorCode setFrom (ParameterValueList* other) override
+    {
+        return source != nullptr ? source->setFrom (other) : kUnsupported;
+    }
 
 private:
     ParameterDef* parameter;

@@ -87,7 +87,8 @@ int LockFreeParameterFifo::reportOverruns()
     if (count == 1)
         std::printf ("overrun in LockFreeParameterFifo, freespace is %d/%d\n", freeSpace, kSize);
     else
-        std::printf ("overrun in LockFreeParameterFifo, freespace is %d/%d (%d changes lost)\n", freeSpace, kSize, count);
+        std::printf ("overrun in LockFreeParameterFifo, freespace is %d/%d (%d changes lost)\n", freeSpace, kSize,
+                     count);
     std::fflush (stdout);
     return count;
 }

@@ -45,9 +45,12 @@ ParameterDefPtr ParameterTypeBool::createParameter (const juce::String& name)
 
 ParameterValuePtr ParameterTypeImpl::createValue (ParameterDef* parameter, int role)
 {
-    if (floatType)  return new FloatParameterValue (parameter, role);
-    if (intType)    return new IntParameterValue (parameter, role);
-    if (boolType)   return new BoolParameterValue (parameter, role);
+    if (floatType)
+        return new FloatParameterValue (parameter, role);
+    if (intType)
+        return new IntParameterValue (parameter, role);
+    if (boolType)
+        return new BoolParameterValue (parameter, role);
     return new StringParameterValue (parameter, role);
 }
 
@@ -59,10 +62,14 @@ ParameterValueListPtr ParameterTypeImpl::createValueList (ParameterDef* paramete
 ParameterValuePtr ParameterTypeImpl::createDefaultValue (ParameterDef* parameter, int role)
 {
     auto value = createValue (parameter, role);
-    if (floatType)      value->setFloat (0.0);
-    else if (intType)   value->setInt (0);
-    else if (boolType)  value->setBool (false);
-    else                value->setString ({});
+    if (floatType)
+        value->setFloat (0.0);
+    else if (intType)
+        value->setInt (0);
+    else if (boolType)
+        value->setBool (false);
+    else
+        value->setString ({});
     return value;
 }
 
@@ -100,14 +107,10 @@ struct TypeRegistry
     // Created with new and held by one reference that is never released
     // before unload: parameters alive at exit may still use their type.
     std::array<ParameterTypeImpl*, 8> types {
-        hold (new ParameterTypeFloat (false)),
-        hold (new ParameterTypeString (false)),
-        hold (new ParameterTypeInt (false)),
-        hold (new ParameterTypeBool (false)),
-        hold (new ParameterTypeFloat (true)),
-        hold (new ParameterTypeString (true)),
-        hold (new ParameterTypeInt (true)),
-        hold (new ParameterTypeBool (true)),
+        hold (new ParameterTypeFloat (false)), hold (new ParameterTypeString (false)),
+        hold (new ParameterTypeInt (false)),   hold (new ParameterTypeBool (false)),
+        hold (new ParameterTypeFloat (true)),  hold (new ParameterTypeString (true)),
+        hold (new ParameterTypeInt (true)),    hold (new ParameterTypeBool (true)),
     };
 
     ~TypeRegistry()
@@ -130,16 +133,43 @@ struct TypeRegistry
 };
 } // namespace
 
-ParameterTypeImpl& ParameterTypes::floatType()      { return *TypeRegistry::get().types[0]; }
-ParameterTypeImpl& ParameterTypes::stringType()     { return *TypeRegistry::get().types[1]; }
-ParameterTypeImpl& ParameterTypes::intType()        { return *TypeRegistry::get().types[2]; }
-ParameterTypeImpl& ParameterTypes::boolType()       { return *TypeRegistry::get().types[3]; }
-ParameterTypeImpl& ParameterTypes::floatListType()  { return *TypeRegistry::get().types[4]; }
-ParameterTypeImpl& ParameterTypes::stringListType() { return *TypeRegistry::get().types[5]; }
-ParameterTypeImpl& ParameterTypes::intListType()    { return *TypeRegistry::get().types[6]; }
-ParameterTypeImpl& ParameterTypes::boolListType()   { return *TypeRegistry::get().types[7]; }
+ParameterTypeImpl& ParameterTypes::floatType()
+{
+    return *TypeRegistry::get().types[0];
+}
+ParameterTypeImpl& ParameterTypes::stringType()
+{
+    return *TypeRegistry::get().types[1];
+}
+ParameterTypeImpl& ParameterTypes::intType()
+{
+    return *TypeRegistry::get().types[2];
+}
+ParameterTypeImpl& ParameterTypes::boolType()
+{
+    return *TypeRegistry::get().types[3];
+}
+ParameterTypeImpl& ParameterTypes::floatListType()
+{
+    return *TypeRegistry::get().types[4];
+}
+ParameterTypeImpl& ParameterTypes::stringListType()
+{
+    return *TypeRegistry::get().types[5];
+}
+ParameterTypeImpl& ParameterTypes::intListType()
+{
+    return *TypeRegistry::get().types[6];
+}
+ParameterTypeImpl& ParameterTypes::boolListType()
+{
+    return *TypeRegistry::get().types[7];
+}
 
-std::array<ParameterTypeImpl*, 8> ParameterTypes::all() { return TypeRegistry::get().types; }
+std::array<ParameterTypeImpl*, 8> ParameterTypes::all()
+{
+    return TypeRegistry::get().types;
+}
 
 void ParameterTypes::startAllAsyncUpdates()
 {

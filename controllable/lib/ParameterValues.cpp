@@ -20,9 +20,12 @@ ErrorCode AbstractParameterValue::setFrom (ParameterValue* other)
         choiceIndex = other->getChoiceIndex();
 
     auto type = parameter->getType();
-    if (type->isFloat())  return setFloat (other->getFloat());
-    if (type->isInt())    return setInt (other->getInt());
-    if (type->isBool())   return setBool (other->getBool());
+    if (type->isFloat())
+        return setFloat (other->getFloat());
+    if (type->isInt())
+        return setInt (other->getInt());
+    if (type->isBool())
+        return setBool (other->getBool());
     return setString (other->getString());
 }
 

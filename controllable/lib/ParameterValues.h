@@ -143,13 +143,33 @@ public:
 protected:
     static void clampBelow (T& v, ParameterValue* minimum)
     {
-        if constexpr (std::is_same_v<T, double>) { const double m = minimum->getFloat(); if (v < m) v = m; }
-        else if constexpr (std::is_same_v<T, int>) { const int m = minimum->getInt(); if (v < m) v = m; }
+        if constexpr (std::is_same_v<T, double>)
+        {
+            const double m = minimum->getFloat();
+            if (v < m)
+                v = m;
+        }
+        else if constexpr (std::is_same_v<T, int>)
+        {
+            const int m = minimum->getInt();
+            if (v < m)
+                v = m;
+        }
     }
     static void clampAbove (T& v, ParameterValue* maximum)
     {
-        if constexpr (std::is_same_v<T, double>) { const double m = maximum->getFloat(); if (v > m) v = m; }
-        else if constexpr (std::is_same_v<T, int>) { const int m = maximum->getInt(); if (v > m) v = m; }
+        if constexpr (std::is_same_v<T, double>)
+        {
+            const double m = maximum->getFloat();
+            if (v > m)
+                v = m;
+        }
+        else if constexpr (std::is_same_v<T, int>)
+        {
+            const int m = maximum->getInt();
+            if (v > m)
+                v = m;
+        }
     }
 };
 

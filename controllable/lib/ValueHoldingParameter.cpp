@@ -35,10 +35,14 @@ ValueHoldingParameter::~ValueHoldingParameter()
 ErrorCode ValueHoldingParameter::replaceValue (ParameterValue* oldValue, ParameterValue* newValue)
 {
     const ParameterValuePtr replacement (newValue);
-    if (oldValue == value.get())               value = replacement;
-    else if (oldValue == minimum.get())        minimum = replacement;
-    else if (oldValue == maximum.get())        maximum = replacement;
-    else if (oldValue == defaultValue.get())   defaultValue = replacement;
+    if (oldValue == value.get())
+        value = replacement;
+    else if (oldValue == minimum.get())
+        minimum = replacement;
+    else if (oldValue == maximum.get())
+        maximum = replacement;
+    else if (oldValue == defaultValue.get())
+        defaultValue = replacement;
     notifyChanged (false, false);
     return kOk;
 }

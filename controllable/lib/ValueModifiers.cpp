@@ -85,10 +85,26 @@ ErrorCode DecibelValueModifier::toStored (ParameterValue* value, const double& i
 }
 
 //==============================================================================
-ErrorCode InversionValueModifier::toOuter (ParameterValue*, const bool& in, bool& out) { out = ! in; return kOk; }
-ErrorCode InversionValueModifier::toOuter (ParameterValue*, const double& in, double& out) { out = 1.0 / in; return kOk; }
-ErrorCode InversionValueModifier::toStored (ParameterValue*, const bool& in, bool& out) { out = ! in; return kOk; }
-ErrorCode InversionValueModifier::toStored (ParameterValue*, const double& in, double& out) { out = 1.0 / in; return kOk; }
+ErrorCode InversionValueModifier::toOuter (ParameterValue*, const bool& in, bool& out)
+{
+    out = ! in;
+    return kOk;
+}
+ErrorCode InversionValueModifier::toOuter (ParameterValue*, const double& in, double& out)
+{
+    out = 1.0 / in;
+    return kOk;
+}
+ErrorCode InversionValueModifier::toStored (ParameterValue*, const bool& in, bool& out)
+{
+    out = ! in;
+    return kOk;
+}
+ErrorCode InversionValueModifier::toStored (ParameterValue*, const double& in, double& out)
+{
+    out = 1.0 / in;
+    return kOk;
+}
 
 //==============================================================================
 PitchCentsModifier::PitchCentsModifier (double logBase, double scale, double referenceValue)

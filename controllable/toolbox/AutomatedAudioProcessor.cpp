@@ -16,8 +16,7 @@ juce::String AutomationEntry::hostIdForPath (const juce::String& path)
     return path.replaceCharacter ('.', '_');
 }
 
-AutomationEntry::AutomationEntry (const juce::String& entryPath, const juce::String& entryLabel,
-                                  ParameterDef* target)
+AutomationEntry::AutomationEntry (const juce::String& entryPath, const juce::String& entryLabel, ParameterDef* target)
     : juce::AudioProcessorParameterWithID (juce::ParameterID { hostIdForPath (entryPath), 1 }, entryLabel),
       path (entryPath), label (entryLabel), parameter (target)
 {

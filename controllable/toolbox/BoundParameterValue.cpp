@@ -4,9 +4,7 @@
 
 namespace qvrControllableToolbox
 {
-BoundParameterValue::BoundParameterValue (ParameterDef& p, int index) : parameter (&p), listIndex (index)
-{
-}
+BoundParameterValue::BoundParameterValue (ParameterDef& p, int index) : parameter (&p), listIndex (index) {}
 
 ParameterValuePtr BoundParameterValue::getValue() const
 {

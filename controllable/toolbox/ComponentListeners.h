@@ -135,7 +135,8 @@ private:
 
 //==============================================================================
 // Slider without choices: the slider's value is the parameter's outer value.
-class ParameterSliderListener : public ParameterComponentListener<double>, private juce::Slider::Listener
+class ParameterSliderListener : public ParameterComponentListener<double>,
+                                private juce::Slider::Listener
 {
 public:
     ParameterSliderListener (juce::Slider& slider, const BoundParameterValue& bound);
@@ -159,7 +160,8 @@ public:
 };
 
 // Slider on a parameter with choices: the position is the choice index.
-class ParameteChoiceSliderListener : public ChoiceComponentListener, private juce::Slider::Listener
+class ParameteChoiceSliderListener : public ChoiceComponentListener,
+                                     private juce::Slider::Listener
 {
 public:
     ParameteChoiceSliderListener (juce::Slider& slider, const BoundParameterValue& bound);
@@ -186,7 +188,8 @@ int shownChoiceIndex (ParameterValue& value);
 
 //==============================================================================
 // Toggle button: the new state is the button's own toggle state.
-class ParameterToggleButtonListener : public ParameterComponentListener<bool>, private juce::Button::Listener
+class ParameterToggleButtonListener : public ParameterComponentListener<bool>,
+                                      private juce::Button::Listener
 {
 public:
     ParameterToggleButtonListener (juce::ToggleButton& button, const BoundParameterValue& bound);
@@ -205,7 +208,8 @@ public:
 };
 
 // Any other button on a bool parameter: a click negates the value.
-class ParameterButtonListener : public ParameterComponentListener<bool>, private juce::Button::Listener
+class ParameterButtonListener : public ParameterComponentListener<bool>,
+                                private juce::Button::Listener
 {
 public:
     ParameterButtonListener (juce::Button& button, const BoundParameterValue& bound);
@@ -225,7 +229,8 @@ public:
 
 // A button on another parameter with choices: each click moves to the next
 // choice, wrapping to the first; the button text shows the choice.
-class ParameterChoiceButtonListener : public ChoiceComponentListener, private juce::Button::Listener
+class ParameterChoiceButtonListener : public ChoiceComponentListener,
+                                      private juce::Button::Listener
 {
 public:
     ParameterChoiceButtonListener (juce::Button& button, const BoundParameterValue& bound);
@@ -246,7 +251,8 @@ public:
 //==============================================================================
 // Combo box: item i is choice i (item id i + 1, since 0 means none). Text
 // typed into an editable box goes through setString.
-class ParameterComboBoxListener : public ChoiceComponentListener, private juce::ComboBox::Listener
+class ParameterComboBoxListener : public ChoiceComponentListener,
+                                  private juce::ComboBox::Listener
 {
 public:
     ParameterComboBoxListener (juce::ComboBox& comboBox, const BoundParameterValue& bound);
@@ -272,7 +278,8 @@ public:
 
 //==============================================================================
 // Label: an edit goes through the converter; the label shows getString.
-class ParameterLabelListener : public ParameterComponentListener<juce::String>, private juce::Label::Listener
+class ParameterLabelListener : public ParameterComponentListener<juce::String>,
+                               private juce::Label::Listener
 {
 public:
     ParameterLabelListener (juce::Label& label, const BoundParameterValue& bound);

@@ -34,7 +34,8 @@ public:
         if (e == nullptr)
             return;
         if (overlay == nullptr)
-            overlay = std::make_unique<TextEditorDesktopOverlay> (*e, static_cast<TextEditorDesktopOverlay::Listener&> (*this));
+            overlay = std::make_unique<TextEditorDesktopOverlay> (
+                *e, static_cast<TextEditorDesktopOverlay::Listener&> (*this));
         overlay->show();
     }
 
@@ -82,7 +83,8 @@ juce::String ControllableComponentConnector::joinPath (const juce::String& prefi
     return prefix.isEmpty() ? name : prefix + "." + name;
 }
 
-ControllableComponentConnector::NameAndIndex ControllableComponentConnector::splitName (const juce::String& componentName)
+ControllableComponentConnector::NameAndIndex
+ControllableComponentConnector::splitName (const juce::String& componentName)
 {
     NameAndIndex result { componentName, -1 };
     if (componentName.containsChar ('[') && componentName.containsChar (']'))
@@ -232,7 +234,8 @@ void ControllableComponentConnector::disconnectComponent (juce::Component& compo
 
 void ControllableComponentConnector::disconnectOne (juce::Component& component)
 {
-    auto it = std::find_if (bindings.begin(), bindings.end(), [&] (const auto& b) { return b->component == &component; });
+    auto it = std::find_if (bindings.begin(), bindings.end(),
+                            [&] (const auto& b) { return b->component == &component; });
     if (it == bindings.end())
         return;
     // Out of the array first: releasing may run code that asks about bindings.

@@ -45,7 +45,8 @@ class ParameterToolboxListener;
 //
 // Message thread only: the parameter-side listeners are registered as
 // asynchronous listeners for this reason.
-class ControllableComponentConnector : public juce::ReferenceCountedObject, private juce::ComponentListener
+class ControllableComponentConnector : public juce::ReferenceCountedObject,
+                                       private juce::ComponentListener
 {
 public:
     using Ptr = juce::ReferenceCountedObjectPtr<ControllableComponentConnector>;

@@ -47,7 +47,8 @@ float CFastResample::interpolateHermite (float y0, float y1, float y2, float y3,
     const float m2 = (y3 - y1) * 0.5f;
     const float t2 = t * t;
     const float t3 = t2 * t;
-    return (2.0f * t3 - 3.0f * t2 + 1.0f) * y1 + (t3 - 2.0f * t2 + t) * m1 + (-2.0f * t3 + 3.0f * t2) * y2 + (t3 - t2) * m2;
+    return (2.0f * t3 - 3.0f * t2 + 1.0f) * y1 + (t3 - 2.0f * t2 + t) * m1 + (-2.0f * t3 + 3.0f * t2) * y2
+           + (t3 - t2) * m2;
 }
 
 float CFastResample::interpolateCubic (float y0, float y1, float y2, float y3, float t) noexcept
@@ -76,7 +77,8 @@ int CFastResample::process (const float* const* inputs, int count, float* const*
 // The row holds kHistory samples of the previous piece, then this piece: an
 // output may use y1 = row[position] while y3 = row[position + 2] lies in the
 // row, that is position <= count. Every channel walks the same positions.
-int CFastResample::processPiece (const float* const* inputs, int offset, int count, float* const* outputs, int written) noexcept
+int CFastResample::processPiece (const float* const* inputs, int offset, int count, float* const* outputs,
+                                 int written) noexcept
 {
     int produced = 0;
     int endPosition = position;
@@ -103,7 +105,8 @@ int CFastResample::processPiece (const float* const* inputs, int offset, int cou
         {
             const float t = static_cast<float> (fraction);
             const float* y = row + at - 1;
-            out[n++] = hermite ? interpolateHermite (y[0], y[1], y[2], y[3], t) : interpolateCubic (y[0], y[1], y[2], y[3], t);
+            out[n++] = hermite ? interpolateHermite (y[0], y[1], y[2], y[3], t)
+                               : interpolateCubic (y[0], y[1], y[2], y[3], t);
             fraction += ratio;
             const int whole = static_cast<int> (fraction);
             at += whole;

@@ -34,8 +34,8 @@ public:
     // Returns kNoError; kBadArgument for a null instance, a type other than
     // kFloat, a quality outside 1 .. 120 or maxBlock below 1;
     // kBadChannelCount; or kMemoryError. On failure *instance is null.
-    [[nodiscard]] static int createInstance (CResampleBase** instance, int type, int quality, int maxBlock, int channels,
-                                             bool stereoPath) noexcept;
+    [[nodiscard]] static int createInstance (CResampleBase** instance, int type, int quality, int maxBlock,
+                                             int channels, bool stereoPath) noexcept;
 
     // Converts count interleaved input frames of `channels` (which must match
     // creation) at outputPerInput (1/16 .. 16) and gain; returns the frames

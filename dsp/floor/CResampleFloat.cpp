@@ -202,8 +202,8 @@ int CResampleFloat::getMaxOutputFrames (int count, double outputPerInput) const 
 int CResampleFloat::process (const float* input, float* output, double outputPerInput, float gain, int numChannels,
                              int count) noexcept
 {
-    if (buffer == nullptr || output == nullptr || numChannels != channels || count < 0 || (count > 0 && input == nullptr)
-        || ! isUsableOutputPerInput (outputPerInput))
+    if (buffer == nullptr || output == nullptr || numChannels != channels || count < 0
+        || (count > 0 && input == nullptr) || ! isUsableOutputPerInput (outputPerInput))
         return 0;
 
     const double step = 1.0 / outputPerInput;
@@ -249,7 +249,8 @@ void CResampleFloat::moveDown() noexcept
         return;
     if (shift > writePosition)
         shift = writePosition;
-    std::memmove (buffer, buffer + shift * channels, sizeof (float) * static_cast<size_t> ((writePosition - shift) * channels));
+    std::memmove (buffer, buffer + shift * channels,
+                  sizeof (float) * static_cast<size_t> ((writePosition - shift) * channels));
     writePosition -= shift;
     timePosition -= shift;
 }
@@ -287,7 +288,8 @@ inline float tapValue (const float* table, const float* differences, int at) noe
 }
 } // namespace
 
-void CResampleFloat::filterPerChannel (float* output, int frames, double step, int tableStep, float scale) const noexcept
+void CResampleFloat::filterPerChannel (float* output, int frames, double step, int tableStep,
+                                       float scale) const noexcept
 {
     const int end = tableLength << kFractionBits;
     for (int ch = 0; ch < channels; ++ch)

@@ -26,7 +26,8 @@ public:
     // kMemoryError.
     [[nodiscard]] int init (int maxLength, bool shouldNormalise) noexcept;
 
-    [[nodiscard]] int correlate (float* result, const float* a, const float* b, int lengthA, int lengthB) noexcept override;
+    [[nodiscard]] int correlate (float* result, const float* a, const float* b, int lengthA,
+                                 int lengthB) noexcept override;
     void setNormalise (bool shouldNormalise) noexcept override { normalise = shouldNormalise; }
     bool isNormalising() const noexcept override { return normalise; }
     int getMaxLength() const noexcept override { return maxInputLength; }

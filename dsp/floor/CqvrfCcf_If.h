@@ -17,7 +17,8 @@ public:
     // inputs, so that a signal against itself gives 1 at lag 0 (silent inputs
     // are left unnormalised). Returns kBadArgument for a null pointer or a
     // length outside 1 .. getMaxLength(), else kNoError.
-    [[nodiscard]] virtual int correlate (float* result, const float* a, const float* b, int lengthA, int lengthB) noexcept = 0;
+    [[nodiscard]] virtual int correlate (float* result, const float* a, const float* b, int lengthA,
+                                         int lengthB) noexcept = 0;
 
     virtual void setNormalise (bool shouldNormalise) noexcept = 0;
     virtual bool isNormalising() const noexcept = 0;

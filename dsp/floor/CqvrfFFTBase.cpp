@@ -46,7 +46,8 @@ int CqvrfFFTBase::init (int newFrameSize, int zeroPadFactor, int windowType) noe
     if (windowed)
         window = allocateArray<float> (frameSize);
 
-    if (work == nullptr || bufferA == nullptr || bufferB == nullptr || (windowed && window == nullptr) || buildPlan() != kNoError)
+    if (work == nullptr || bufferA == nullptr || bufferB == nullptr || (windowed && window == nullptr)
+        || buildPlan() != kNoError)
     {
         free();
         errorCode = kMemoryError;

@@ -26,6 +26,10 @@
 #define MERIDEX_KERNEL MERIDEX_TIER_FN inline __attribute__ ((always_inline))
 #endif
 
+// The kernels are kept one per line, as a table: clang-format would give each
+// of these one-line wrappers four lines.
+// clang-format off
+
 // ---------------------------------------------------------------------------
 // The four-lane vector.
 
@@ -935,3 +939,4 @@ void fillTierVectorOps (VectorDispatch& table)
 }
 
 #undef MERIDEX_KERNEL
+// clang-format on

@@ -23,8 +23,8 @@ enum Row : int
 
 int CFFTSplitV3::init (int newFrameSize, int numChannels, float rate) noexcept
 {
-    if (newFrameSize < 64 || newFrameSize > 16384 || (newFrameSize & (newFrameSize - 1)) != 0 || numChannels < kMinChannels
-        || numChannels > kMaxChannels || ! (rate > 0.0f))
+    if (newFrameSize < 64 || newFrameSize > 16384 || (newFrameSize & (newFrameSize - 1)) != 0
+        || numChannels < kMinChannels || numChannels > kMaxChannels || ! (rate > 0.0f))
         return kBadArgument;
     frameSize = newFrameSize;
     hop = frameSize / 2;
@@ -34,8 +34,9 @@ int CFFTSplitV3::init (int newFrameSize, int numChannels, float rate) noexcept
     int result = createFFT (fft.receive(), frameSize, 1, kWindowNone);
     if (result != kNoError)
         return result;
-    const int codes[] = { envelope.init (frameSize), frames.init (channels, frameSize), wholeSums.init (channels, frameSize),
-                          upperSums.init (channels, frameSize), rows.init (kRows, frameSize) };
+    const int codes[] = { envelope.init (frameSize), frames.init (channels, frameSize),
+                          wholeSums.init (channels, frameSize), upperSums.init (channels, frameSize),
+                          rows.init (kRows, frameSize) };
     for (int code : codes)
         if (code != kNoError)
             return code;

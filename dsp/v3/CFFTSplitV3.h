@@ -66,10 +66,10 @@ private:
 
     CScopedPtr<CqvrfFFT_If> fft;
     CSpectralEnvelopeV3 envelope;
-    CTBuffer<float> frames;       // [channels][F] last F input samples
-    CTBuffer<float> wholeSums;    // [channels][F] overlap-add
-    CTBuffer<float> upperSums;    // [channels][F]
-    CTBuffer<float> rows;         // window, work rows, see the .cpp
+    CTBuffer<float> frames;    // [channels][F] last F input samples
+    CTBuffer<float> wholeSums; // [channels][F] overlap-add
+    CTBuffer<float> upperSums; // [channels][F]
+    CTBuffer<float> rows;      // window, work rows, see the .cpp
     int frameSize = 0;
     int hop = 0;
     int channels = 0;

@@ -92,7 +92,8 @@ public:
     // whose mean is exact, and *stretch is left as asked (unless the hop
     // reaches its limit of N/2). With kAdjustPitch the hop is one whole
     // number and the ratio's rounding goes into *pitch.
-    [[nodiscard]] virtual int setStretchPitch (float* stretch, float* pitch, AdjustMode adjust, PositionRule rule) noexcept = 0;
+    [[nodiscard]] virtual int setStretchPitch (float* stretch, float* pitch, AdjustMode adjust,
+                                               PositionRule rule) noexcept = 0;
 
     // Refused with kBadArgument while a frame repeat is in use.
     [[nodiscard]] virtual int setRepeatMode (RepeatLock lock, RepeatRequest request) noexcept;
@@ -107,7 +108,8 @@ public:
     // the frame), output must
     // hold getMaxOutputPerFrame() samples per channel. Returns the samples
     // written on the frame's last step, else 0.
-    virtual int processStep (const float* const* input, const float* const* aux, float* const* output, int stepIndex) noexcept = 0;
+    virtual int processStep (const float* const* input, const float* const* aux, float* const* output,
+                             int stepIndex) noexcept = 0;
 
     int analysisHop() const noexcept { return analysisHopSize; }
     // The smaller of the frames' synthesis hops (the whole part of the exact one).

@@ -198,7 +198,8 @@ int CMeridexEffV3Core::getInputNeeded() const noexcept
     return (repeatIndex == 0 || repeatLocked) ? analysisHopSize : 0;
 }
 
-int CMeridexEffV3Core::processStep (const float* const* input, const float* const* aux, float* const* output, int stepIndex) noexcept
+int CMeridexEffV3Core::processStep (const float* const* input, const float* const* aux, float* const* output,
+                                    int stepIndex) noexcept
 {
     if (! initialised)
         return 0;
@@ -249,7 +250,8 @@ int CMeridexEffV3Core::processStep (const float* const* input, const float* cons
 
     const float* const* frameAux = auxInFrame ? auxEncoded.getRowPointers() : nullptr;
     const int stages = CPhaseVocoderV3::kStagesPerChannel;
-    const int vocoderStep = isRepeat ? stages * (stepIndex / 2) + CPhaseVocoderV3::kFirstRepeatStage + stepIndex % 2 : stepIndex;
+    const int vocoderStep = isRepeat ? stages * (stepIndex / 2) + CPhaseVocoderV3::kFirstRepeatStage + stepIndex % 2
+                                     : stepIndex;
     vocoder.processStep (frameInput, frameAux, frameOutput, vocoderStep);
     step = stepIndex + 1;
     --stepsLeft;

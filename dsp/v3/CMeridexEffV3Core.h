@@ -36,9 +36,11 @@ public:
 
     [[nodiscard]] int init() noexcept override;
     void reset() noexcept override;
-    [[nodiscard]] int setStretchPitch (float* stretch, float* pitch, AdjustMode adjust, PositionRule rule) noexcept override;
+    [[nodiscard]] int setStretchPitch (float* stretch, float* pitch, AdjustMode adjust,
+                                       PositionRule rule) noexcept override;
     int getStepCount() const noexcept override;
-    int processStep (const float* const* input, const float* const* aux, float* const* output, int stepIndex) noexcept override;
+    int processStep (const float* const* input, const float* const* aux, float* const* output,
+                     int stepIndex) noexcept override;
     int getInputNeeded() const noexcept override;
     double getLatency() const noexcept override;
     int getMaxOutputPerFrame() const noexcept override;

@@ -6,12 +6,8 @@
 namespace meridex
 {
 CMeridexV3::CMeridexV3 (int maximumBlock, int numChannels, double rate, float minimumStretch) noexcept
-    : direct (numChannels, static_cast<float> (rate), minimumStretch),
-      maxBlock (maximumBlock),
-      block (maximumBlock),
-      channels (numChannels),
-      sampleRate (rate),
-      minStretch (minimumStretch)
+    : direct (numChannels, static_cast<float> (rate), minimumStretch), maxBlock (maximumBlock), block (maximumBlock),
+      channels (numChannels), sampleRate (rate), minStretch (minimumStretch)
 {
 }
 
@@ -31,7 +27,8 @@ int CMeridexV3::init() noexcept
     const double perOutput = CMeridexCoreBase::kMaxPitch / minStretch;
     inputCapacity = static_cast<int> (std::ceil (maxBlock * perOutput)) + 4 * frameSize + 2 * hop;
     coreCapacity = inputCapacity + frameSize + hop;
-    if (coreFifo.init (channels, coreCapacity) != kNoError || outFifo.init (channels, maxBlock + direct.getMaxOutputFrames()) != kNoError
+    if (coreFifo.init (channels, coreCapacity) != kNoError
+        || outFifo.init (channels, maxBlock + direct.getMaxOutputFrames()) != kNoError
         || zeros.init (channels, hop) != kNoError)
         return kMemoryError;
     initialised = true;
@@ -114,8 +111,8 @@ int CMeridexV3::getFramesNeeded() noexcept
 int CMeridexV3::getMaxFramesNeeded (float stretch, float pitch) noexcept
 {
     const float r = stretch * pitch;
-    if (! std::isfinite (r) || r < minStretch || r > CMeridexCoreBase::kMaxStretchTotal || pitch < CMeridexCoreBase::kMinPitch
-        || pitch > CMeridexCoreBase::kMaxPitch)
+    if (! std::isfinite (r) || r < minStretch || r > CMeridexCoreBase::kMaxStretchTotal
+        || pitch < CMeridexCoreBase::kMinPitch || pitch > CMeridexCoreBase::kMaxPitch)
         return -1;
     const int frameSize = direct.getCore().getFrameSize();
     const int d = CMeridexCoreBase::repeatForRatio (r);

@@ -16,7 +16,8 @@ int CMeridexV3Direct::init() noexcept
     if (core.init() != kNoError)
         return kMemoryError;
     const int channels = core.getChannels();
-    if (input.init (channels, core.getFrameSize()) != kNoError || output.init (channels, core.getMaxOutputPerFrame()) != kNoError)
+    if (input.init (channels, core.getFrameSize()) != kNoError
+        || output.init (channels, core.getMaxOutputPerFrame()) != kNoError)
         return kMemoryError;
     initialised = true;
     return reset();

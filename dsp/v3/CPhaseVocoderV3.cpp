@@ -21,7 +21,8 @@ bool isPowerOfTwo (int n) noexcept
 }
 } // namespace
 
-int CPhaseVocoderV3::init (int newFrameSize, int newAnalysisHop, int newSynthesisHop, float newRatio, int numChannels) noexcept
+int CPhaseVocoderV3::init (int newFrameSize, int newAnalysisHop, int newSynthesisHop, float newRatio,
+                           int numChannels) noexcept
 {
     if (! isPowerOfTwo (newFrameSize) || newFrameSize < 256 || newFrameSize > 32768 || numChannels < kMinChannels
         || numChannels > kMaxChannels)
@@ -123,7 +124,8 @@ void CPhaseVocoderV3::setUpperBin (int bin) noexcept
 // ---------------------------------------------------------------------------
 // The step machine.
 
-void CPhaseVocoderV3::processStep (const float* const* input, const float* const* aux, float* const* output, int step) noexcept
+void CPhaseVocoderV3::processStep (const float* const* input, const float* const* aux, float* const* output,
+                                   int step) noexcept
 {
     if (frameSize == 0)
         return;
@@ -141,9 +143,7 @@ void CPhaseVocoderV3::processStep (const float* const* input, const float* const
 
     switch (step % kStagesPerChannel)
     {
-        case 0:
-            stageInput (input, channel);
-            break;
+        case 0: stageInput (input, channel); break;
         case 1:
             if (auxOn)
             {
@@ -178,9 +178,7 @@ void CPhaseVocoderV3::processStep (const float* const* input, const float* const
                 applyMasks (channel);
             }
             break;
-        default:
-            stageOutput (output, auxOn, channel);
-            break;
+        default: stageOutput (output, auxOn, channel); break;
     }
 }
 

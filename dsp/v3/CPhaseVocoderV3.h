@@ -155,9 +155,9 @@ private:
         kAnalysisScaled,     // analysis / N: the forward transform's scale folded in
         kAnalysisRampScaled, // analysis * ramp (-1 .. 1) / N
         kSynthesis,
-        kProduct,            // analysis * synthesis: what one frame adds to the sum
-        kAux,                // sine over h samples each side of the centre, 0 elsewhere
-        kAuxScaled,          // aux / N
+        kProduct,   // analysis * synthesis: what one frame adds to the sum
+        kAux,       // sine over h samples each side of the centre, 0 elsewhere
+        kAuxScaled, // aux / N
         kWindowRows
     };
 
@@ -192,8 +192,8 @@ private:
     int channels = 0;
     int analysisHop = 0;
     int synthesisHop = 0;
-    int frameHop = 0; // this frame's hop: what stage 4 writes and shifts
-    int lastHop = 0;  // what the last frame shifted: this frame's distance from it, 0 after reset
+    int frameHop = 0;      // this frame's hop: what stage 4 writes and shifts
+    int lastHop = 0;       // what the last frame shifted: this frame's distance from it, 0 after reset
     int auxFallingHop = 0; // h of the aux window's half after the centre
     int auxRisingHop = 0;  // h of its half before the centre: the last frame's falling one
     float ratio = 1.0f;
@@ -211,25 +211,25 @@ private:
     float transientPosition = 0.0f;
     float transientWrapped = 0.0f;
 
-    CTBuffer<float> frames;     // [channels][2N] time frame from frameOffsets[c], newest sample last
+    CTBuffer<float> frames; // [channels][2N] time frame from frameOffsets[c], newest sample last
     int frameOffsets[kMaxChannels] = {};
-    CTBuffer<float> spectra;    // [channels][N] packed analysis spectrum
-    CTBuffer<float> accumulators; // [channels][2N] overlap-add
-    CTBuffer<float> magnitudes; // [channels][bins]
-    CTBuffer<float> held;       // [channels][bins] magnitude held before an attack
-    CTBuffer<float> history;    // [kHistoryRows][bins] channel 0 magnitudes, row 0 newest
-    CTBuffer<float> windows;    // [kWindowRows][N]
-    CTBuffer<float> work;       // scratch rows, see the .cpp
-    CTBuffer<float> binRows;    // per-bin float rows, see the .cpp
-    CTBuffer<int> intRows;      // per-bin int rows, see the .cpp
+    CTBuffer<float> spectra;          // [channels][N] packed analysis spectrum
+    CTBuffer<float> accumulators;     // [channels][2N] overlap-add
+    CTBuffer<float> magnitudes;       // [channels][bins]
+    CTBuffer<float> held;             // [channels][bins] magnitude held before an attack
+    CTBuffer<float> history;          // [kHistoryRows][bins] channel 0 magnitudes, row 0 newest
+    CTBuffer<float> windows;          // [kWindowRows][N]
+    CTBuffer<float> work;             // scratch rows, see the .cpp
+    CTBuffer<float> binRows;          // per-bin float rows, see the .cpp
+    CTBuffer<int> intRows;            // per-bin int rows, see the .cpp
     CTBuffer<std::uint8_t> classRows; // class, previous class, peak flag, previous peak flag
-    CTBuffer<double> peakSums;  // per-peak sums of the classification, and each peak's centroid
-    CTBuffer<float> auxFrames;  // [channels][2N] aux samples, the newest hop from N/2
-    CTBuffer<float> auxAccumulators; // [channels][2N] overlap-add of the aux path
-    CTBuffer<float> auxSpectra; // [channels][N] packed aux spectrum
-    CTBuffer<float> masks;      // [2][N] packed per-bin factors: aux (M1), vocoder (M2)
+    CTBuffer<double> peakSums;        // per-peak sums of the classification, and each peak's centroid
+    CTBuffer<float> auxFrames;        // [channels][2N] aux samples, the newest hop from N/2
+    CTBuffer<float> auxAccumulators;  // [channels][2N] overlap-add of the aux path
+    CTBuffer<float> auxSpectra;       // [channels][N] packed aux spectrum
+    CTBuffer<float> masks;            // [2][N] packed per-bin factors: aux (M1), vocoder (M2)
 
-    float* olaSum = nullptr;    // [2N]
+    float* olaSum = nullptr; // [2N]
     QvrTransientState_t* classOfPeak = nullptr;
     QvrTransientState_t* classOfPeakPrevious = nullptr;
     int* peaks = nullptr;

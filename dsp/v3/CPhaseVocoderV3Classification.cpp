@@ -21,7 +21,8 @@ void CPhaseVocoderV3::setTransientPosition (float samples) noexcept
 
 bool CPhaseVocoderV3::transientInReach() const noexcept
 {
-    return ! (transientPosition > static_cast<float> (half) || transientPosition < transientWrapped - static_cast<float> (analysisHop));
+    return ! (transientPosition > static_cast<float> (half)
+              || transientPosition < transientWrapped - static_cast<float> (analysisHop));
 }
 
 // Stage 3, first visit of a frame on channel 0: the class of every peak from

@@ -91,7 +91,8 @@ void CPhaseVocoderV3::stagePeaks() noexcept
         const int offset = instant[k] - k;
         const bool crossing = (offset == 0) | ((previousOffset > 0) & (offset < 0));
         const QvrTransientState_t before = classOfPeakPrevious[k];
-        const bool keepClass = (wasPeak[k] != 0) & ((before == kTransientAttack) | (before == kTransientSteadyChanging));
+        const bool keepClass = (wasPeak[k] != 0)
+                               & ((before == kTransientAttack) | (before == kTransientSteadyChanging));
         const bool localMaximum = (magnitude[k] >= magnitude[k - 1]) & (magnitude[k] >= magnitude[k + 1]);
         const bool candidate = keepClass | (crossing & ((k < thinLimit) | localMaximum));
         candidates[candidateCount] = k;

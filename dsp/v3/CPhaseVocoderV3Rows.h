@@ -35,7 +35,7 @@ enum BinRow : int
     kTheta,          // rotation of each peak, at the peak's bin
     kCos,
     kSin,
-    kPeakAngle,      // theta of the i-th peak, gathered for one vector sin/cos
+    kPeakAngle, // theta of the i-th peak, gathered for one vector sin/cos
     kPeakSin,
     kPeakCos,
     kBinRows

@@ -13,8 +13,8 @@ enum Row : int
     kLogSpectrum = 0, // A, mirrored to a symmetric sequence of size points
     kCepstrum,        // the smooth cepstrum C, packed
     kTransform,
-    kSmooth,          // V, the smooth log envelope
-    kLifter,          // packed weights
+    kSmooth, // V, the smooth log envelope
+    kLifter, // packed weights
     kRows
 };
 } // namespace

@@ -8,7 +8,8 @@ void TavrineComponentConnector::setTypeTest (SpecialComponent slot, TypeTest tes
         typeTests[index] = std::move (test);
 }
 
-bool TavrineComponentConnector::connectSpecial (juce::Component& component, qvrControllableAPI::Controllable& controllable)
+bool TavrineComponentConnector::connectSpecial (juce::Component& component,
+                                                qvrControllableAPI::Controllable& controllable)
 {
     for (auto& test : typeTests)
         if (test != nullptr && test (component, *this, controllable))

@@ -39,7 +39,8 @@ public:
     };
 
     // Answers true when the component is of its type and has been bound.
-    using TypeTest = std::function<bool (juce::Component&, TavrineComponentConnector&, qvrControllableAPI::Controllable&)>;
+    using TypeTest =
+        std::function<bool (juce::Component&, TavrineComponentConnector&, qvrControllableAPI::Controllable&)>;
 
     TavrineComponentConnector() = default;
 
@@ -48,17 +49,19 @@ public:
     // The usual way to fill a slot: `binder` runs for components whose
     // dynamic type is ComponentType.
     template <typename ComponentType>
-    void setBinder (SpecialComponent slot,
-                    std::function<void (ComponentType&, TavrineComponentConnector&, qvrControllableAPI::Controllable&)> binder)
+    void setBinder (
+        SpecialComponent slot,
+        std::function<void (ComponentType&, TavrineComponentConnector&, qvrControllableAPI::Controllable&)> binder)
     {
-        setTypeTest (slot, [bind = std::move (binder)] (juce::Component& component, TavrineComponentConnector& connector,
-                                                         qvrControllableAPI::Controllable& root) {
-            auto* typed = dynamic_cast<ComponentType*> (&component);
-            if (typed == nullptr)
-                return false;
-            bind (*typed, connector, root);
-            return true;
-        });
+        setTypeTest (slot,
+                     [bind = std::move (binder)] (juce::Component& component, TavrineComponentConnector& connector,
+                                                  qvrControllableAPI::Controllable& root) {
+                         auto* typed = dynamic_cast<ComponentType*> (&component);
+                         if (typed == nullptr)
+                             return false;
+                         bind (*typed, connector, root);
+                         return true;
+                     });
     }
 
 protected:

@@ -10,7 +10,8 @@ class TavrinePlayerInstance;
 // The plug-in window. Shows the player's name, the tempo the engine runs at
 // and the edited key until the player screens are in place. Owned by the
 // host; the processor outlives it.
-class TavrinePluginEditor : public juce::AudioProcessorEditor, private juce::Timer
+class TavrinePluginEditor : public juce::AudioProcessorEditor,
+                            private juce::Timer
 {
 public:
     static constexpr int kDefaultWidth = GuiWidthValueConverter::kMedium;

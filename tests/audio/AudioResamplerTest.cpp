@@ -86,4 +86,3 @@ TEST (ResamplerEngine, SwapsWhileTheAudioThreadRendersAndDetachingSilences)
     r.link->getNextAudioBlock (juce::AudioSourceChannelInfo (out));
     EXPECT_EQ (out.getMagnitude (0, 128), 0.0f);
 }
-

@@ -36,7 +36,8 @@ struct ProbeChain
 };
 
 // A seekable head with a `totalLength` parameter, as a sample player has.
-class SeekableSource : public HashSource, public qvrControllableLib::BasicControllable
+class SeekableSource : public HashSource,
+                       public qvrControllableLib::BasicControllable
 {
 public:
     SeekableSource() { addParameter (length.getParameter()); }
@@ -44,7 +45,8 @@ public:
     qvrControllableHandle::IntParamDefHandle length { "totalLength" };
 };
 
-class ControllableScale : public ScaleSource, public qvrControllableLib::BasicControllable
+class ControllableScale : public ScaleSource,
+                          public qvrControllableLib::BasicControllable
 {
 public:
     ControllableScale() { addParameter (amount.getParameter()); }

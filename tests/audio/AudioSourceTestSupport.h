@@ -55,7 +55,9 @@ public:
     {
         for (int i = 0; i < info.numSamples; ++i, ++position)
         {
-            const auto v = (float) (0.5 * std::sin (2.0 * juce::MathConstants<double>::pi * frequency * (double) position / 44100.0));
+            const auto v = (float) (0.5
+                                    * std::sin (2.0 * juce::MathConstants<double>::pi * frequency * (double) position
+                                                / 44100.0));
             for (int c = 0; c < info.buffer->getNumChannels(); ++c)
                 info.buffer->setSample (c, info.startSample + i, v);
         }
@@ -79,7 +81,8 @@ inline void renderInBlocks (juce::AudioSource& source, juce::AudioBuffer<float>&
     {
         if (beforeBlock)
             beforeBlock (start);
-        source.getNextAudioBlock (juce::AudioSourceChannelInfo (&io, start, juce::jmin (block, io.getNumSamples() - start)));
+        source.getNextAudioBlock (
+            juce::AudioSourceChannelInfo (&io, start, juce::jmin (block, io.getNumSamples() - start)));
     }
 }
 

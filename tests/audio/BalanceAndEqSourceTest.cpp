@@ -53,7 +53,8 @@ TEST (EqSource, LowAt24dBAttenuates8kHzByTwoCascadedStagesAndPasses100Hz)
         fed.prepare();
         const auto out = fed.run (2, 22050);
         // After the filters settle.
-        const double gainDb = 20.0 * std::log10 (out.getRMSLevel (1, 11025, 11025) / data.getRMSLevel (1, 11025, 11025));
+        const double gainDb = 20.0
+                              * std::log10 (out.getRMSLevel (1, 11025, 11025) / data.getRMSLevel (1, 11025, 11025));
         const double expected = 2.0 * stageResponseDb (qvrParamEQ::kLowPass2, 1000.0f, 0.5f, (float) hz);
         EXPECT_NEAR (gainDb, expected, hz > 1000.0 ? 1.0 : 0.2) << hz;
         EXPECT_TRUE (hz > 1000.0 ? expected < -60.0 : std::abs (gainDb) < 0.2) << hz;

@@ -23,7 +23,8 @@ public:
 
 // A seekable signal without repeats to speak of (a hash of the position,
 // different per channel). Crossfadable: saves and restores its position.
-class HashSource : public juce::PositionableAudioSource, public CrossfadableSource
+class HashSource : public juce::PositionableAudioSource,
+                   public CrossfadableSource
 {
 public:
     static float valueAt (juce::int64 position, int channel) noexcept
@@ -81,7 +82,8 @@ private:
 
 // A filter with a memory (one-pole low-pass), crossfadable; records what it
 // produces outside crossfades while `recording`.
-class OnePoleSource : public TestSource, public CrossfadableSource
+class OnePoleSource : public TestSource,
+                      public CrossfadableSource
 {
 public:
     void getNextAudioBlock (const juce::AudioSourceChannelInfo& info) override
@@ -142,7 +144,8 @@ inline bool bitIdentical (const juce::AudioBuffer<float>& a, const juce::AudioBu
 {
     length = length < 0 ? a.getNumSamples() : length;
     for (int c = 0; c < 2; ++c)
-        if (std::memcmp (a.getReadPointer (c, startA), b.getReadPointer (c, startB), sizeof (float) * (size_t) length) != 0)
+        if (std::memcmp (a.getReadPointer (c, startA), b.getReadPointer (c, startB), sizeof (float) * (size_t) length)
+            != 0)
             return false;
     return true;
 }

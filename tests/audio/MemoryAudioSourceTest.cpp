@@ -50,4 +50,3 @@ TEST (MemoryPlayback, LoopingWrapsExactlyAtAnyBlockSize)
         EXPECT_EQ (source.getNextReadPosition(), 70) << block;
     }
 }
-

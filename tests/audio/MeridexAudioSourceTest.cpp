@@ -103,8 +103,7 @@ struct ModeCase
 };
 
 class MeridexAudioSourceModes : public ::testing::TestWithParam<ModeCase>
-{
-};
+{};
 
 // A fallback engine must not be taken for a change of mode on every block.
 TEST_P (MeridexAudioSourceModes, ReportsTheEngineInUseAndAllocatesNothingOnceItIsBuilt)
@@ -132,7 +131,9 @@ INSTANTIATE_TEST_SUITE_P (BuiltAndFallback, MeridexAudioSourceModes,
 
 TEST (MeridexAudioSource, FramesNeededForOneBlockFollowTheFactors)
 {
-    const std::pair<double, double> factors[] = { { 1.0, 1.0 }, { 0.5, 1.0 }, { 0.5, 2.0 }, { 3.0, 0.5 }, { 1.0, 1.0 } };
+    const std::pair<double, double> factors[] = {
+        { 1.0, 1.0 }, { 0.5, 1.0 }, { 0.5, 2.0 }, { 3.0, 0.5 }, { 1.0, 1.0 }
+    };
     MeridexAudioSource source (true);
     for (const auto& [stretch, pitch] : factors)
     {

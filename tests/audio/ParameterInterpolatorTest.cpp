@@ -12,7 +12,9 @@ using namespace tavrine::test;
 namespace
 {
 // An owner whose in-place stage records the shadow of `target` in every call.
-class Probe : public ChainableAudioSourceProvider, public CrossfadableSource, public juce::AudioSource
+class Probe : public ChainableAudioSourceProvider,
+              public CrossfadableSource,
+              public juce::AudioSource
 {
 public:
     struct Call

@@ -49,8 +49,12 @@ inline WavContents readWav (const juce::File& wavFile)
         return {};
 
     const int length = (int) reader->lengthInSamples;
-    WavContents contents { reader->lengthInSamples, reader->sampleRate, (int) reader->numChannels,
-                           (int) reader->bitsPerSample, reader->usesFloatingPointData, true,
+    WavContents contents { reader->lengthInSamples,
+                           reader->sampleRate,
+                           (int) reader->numChannels,
+                           (int) reader->bitsPerSample,
+                           reader->usesFloatingPointData,
+                           true,
                            juce::AudioBuffer<float> ((int) reader->numChannels, length) };
     reader->read (&contents.samples, 0, length, 0, true, true);
     for (int ch = 0; ch < contents.numChannels; ++ch)

@@ -61,9 +61,9 @@ juce::MidiFile makeTempoChangeFile()
 }
 } // namespace
 
-class MidiScheduleAtRate : public CliTempDirTest, public ::testing::WithParamInterface<double>
-{
-};
+class MidiScheduleAtRate : public CliTempDirTest,
+                           public ::testing::WithParamInterface<double>
+{};
 
 TEST_P (MidiScheduleAtRate, FollowsTheFilesTempoMapToTheSample)
 {
@@ -127,8 +127,8 @@ TEST_F (MidiScheduleFiles, MissingDamagedOrImpossibleFilesGiveAnErrorNamingThem)
     zeroTicks.setTicksPerQuarterNote (0);
     writeMidi (file ("zero-ticks.mid"), zeroTicks);
 
-    for (const auto* name : { "truncated.mid", "text.mid", "empty.mid", "missing.mid", "zero-ticks.mid",
-                              "zero-subframes.mid" })
+    for (const auto* name :
+         { "truncated.mid", "text.mid", "empty.mid", "missing.mid", "zero-ticks.mid", "zero-subframes.mid" })
     {
         MidiSchedule schedule;
         const auto error = MidiSchedule::fromFile (file (name), 44100.0, schedule);

@@ -49,9 +49,9 @@ public:
             events.emplace_back (rendered + metadata.samplePosition, metadata.getMessage().getNoteNumber());
         for (int ch = 0; ch < buffer.getNumChannels(); ++ch)
             for (int i = 0; i < buffer.getNumSamples(); ++i)
-                buffer.setSample (ch, i, nanEvery > 0 && (rendered + i) % nanEvery == 0
-                                             ? std::numeric_limits<float>::quiet_NaN()
-                                             : level);
+                buffer.setSample (
+                    ch, i,
+                    nanEvery > 0 && (rendered + i) % nanEvery == 0 ? std::numeric_limits<float>::quiet_NaN() : level);
         rendered += buffer.getNumSamples();
     }
     using AudioProcessor::processBlock;
@@ -190,7 +190,8 @@ TEST_F (RenderToFile, WritesExactlyTheRequestedLengthRateAndDepthOverALongerEarl
         double seconds;
     };
     // Longest first: each render replaces a longer file.
-    for (const auto& c : { Case { 48000, 24, 2.0 }, Case { 44100, 24, 1.25 }, Case { 44100, 16, 0.5 }, Case { 44100, 32, 0.25 } })
+    for (const auto& c :
+         { Case { 48000, 24, 2.0 }, Case { 44100, 24, 1.25 }, Case { 44100, 16, 0.5 }, Case { 44100, 32, 0.25 } })
     {
         SCOPED_TRACE (juce::String (c.rate) + " Hz, " + juce::String (c.bits) + " bits");
         auto options = optionsFor (file ("out.wav"), c.rate, 512);

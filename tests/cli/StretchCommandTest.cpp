@@ -96,8 +96,8 @@ protected:
 TEST (StretchOptions, ReadsEveryOptionInBothFormsWithNegativePitches)
 {
     StretchOptions o;
-    ASSERT_EQ (parseStretchOptions ({ "--mode", "Efficient V3", "--time", "1.25", "--pitch", "-7", "--formant=0.5", "--bits=16",
-                                      "a.aiff", "b.wav" },
+    ASSERT_EQ (parseStretchOptions ({ "--mode", "Efficient V3", "--time", "1.25", "--pitch", "-7", "--formant=0.5",
+                                      "--bits=16", "a.aiff", "b.wav" },
                                     o),
                "");
     EXPECT_EQ (o.modeText, "Efficient V3");
@@ -118,21 +118,32 @@ TEST (StretchOptions, ReadsEveryOptionInBothFormsWithNegativePitches)
 TEST (StretchOptions, TakesTheParameterRangesInclusiveAndRefusesEverythingElse)
 {
     StretchOptions o;
-    for (const auto& [name, value] : std::vector<std::pair<const char*, const char*>> {
-             { "--time", "0.25" }, { "--time", "4" }, { "--pitch", "-36" }, { "--pitch", "36" }, { "--formant", "0.25" }, { "--formant", "4" } })
+    for (const auto& [name, value] : std::vector<std::pair<const char*, const char*>> { { "--time", "0.25" },
+                                                                                        { "--time", "4" },
+                                                                                        { "--pitch", "-36" },
+                                                                                        { "--pitch", "36" },
+                                                                                        { "--formant", "0.25" },
+                                                                                        { "--formant", "4" } })
         EXPECT_EQ (parseStretchOptions ({ name, value, "a", "b" }, o), "") << name << " " << value;
 
-    for (const auto& [name, value] : std::vector<std::pair<const char*, const char*>> {
-             { "--time", "0.249" }, { "--time", "4.001" }, { "--time", "nan" }, { "--pitch", "-37" }, { "--pitch", "seven" },
-             { "--formant", "4.5" }, { "--bits", "24.0" }, { "--mode", "efficient v3" } })
+    for (const auto& [name, value] : std::vector<std::pair<const char*, const char*>> { { "--time", "0.249" },
+                                                                                        { "--time", "4.001" },
+                                                                                        { "--time", "nan" },
+                                                                                        { "--pitch", "-37" },
+                                                                                        { "--pitch", "seven" },
+                                                                                        { "--formant", "4.5" },
+                                                                                        { "--bits", "24.0" },
+                                                                                        { "--mode", "efficient v3" } })
     {
         const auto error = parseStretchOptions ({ name, value, "a", "b" }, o);
         EXPECT_TRUE (error.startsWith (name)) << name << " " << value << ": '" << error << "'";
     }
-    EXPECT_TRUE (parseStretchOptions ({ "--mode", "Loud", "a", "b" }, o).contains ("\"Efficient V3\"")) << "lists the modes";
+    EXPECT_TRUE (parseStretchOptions ({ "--mode", "Loud", "a", "b" }, o).contains ("\"Efficient V3\""))
+        << "lists the modes";
 
-    for (const auto& args : { juce::StringArray { "in.wav" }, juce::StringArray { "a", "b", "c" },
-                              juce::StringArray { "--time", "--pitch", "3", "a", "b" }, juce::StringArray { "a", "b", "--time" } })
+    for (const auto& args :
+         { juce::StringArray { "in.wav" }, juce::StringArray { "a", "b", "c" },
+           juce::StringArray { "--time", "--pitch", "3", "a", "b" }, juce::StringArray { "a", "b", "--time" } })
         EXPECT_NE (parseStretchOptions (args, o), "") << args.joinIntoString (" ");
 }
 
@@ -241,7 +252,8 @@ TEST_F (StretchCommand, FactorsAndModesTheLibraryRefusesFailAsUsageWithItsText)
     // Within every range, but time x pitch factor (1/32) is below what the library takes.
     const auto tooSlow = stretch ({ "--time", "0.25", "--pitch", "-36" });
     EXPECT_EQ (tooSlow.code, ExitCode::usage);
-    EXPECT_NE (tooSlow.err.find (meridex::describeError (meridex::kBelowMinimumFactor)), std::string::npos) << tooSlow.err;
+    EXPECT_NE (tooSlow.err.find (meridex::describeError (meridex::kBelowMinimumFactor)), std::string::npos)
+        << tooSlow.err;
 
     // A mode of the table that this build lacks: the factory's answer, and what there is.
     const auto notBuilt = stretch ({ "--mode", "Pro V3" });

@@ -89,8 +89,7 @@ struct RangeCase
 };
 
 class AutomationHandleRange : public testing::TestWithParam<RangeCase>
-{
-};
+{};
 
 // The range is read when it is used: a maximum raised after the handle was
 // made is where the host's 1.0 lands, and what the host is told.

@@ -388,7 +388,8 @@ namespace
 {
 // A host-facing processor over the test's root, with a listener that counts
 // what a host would hear.
-class HostProbe : public AutomatedAudioProcessor, private juce::AudioProcessorListener
+class HostProbe : public AutomatedAudioProcessor,
+                  private juce::AudioProcessorListener
 {
 public:
     explicit HostProbe (Controllable& root) : AutomatedAudioProcessor (BusesProperties())

@@ -15,8 +15,12 @@ using namespace tavrine::test;
 TEST (ConvertersDefault, RoundsHalfToEvenAndSaturatesWhatAnIntCannotHold)
 {
     DefaultValueConverter c;
-    const std::pair<double, int> cases[] = { { 2.5, 2 }, { 3.5, 4 }, { -2.5, -2 }, { 1e20, std::numeric_limits<int>::max() },
-                                             { -INFINITY, std::numeric_limits<int>::min() }, { NAN, 0 } };
+    const std::pair<double, int> cases[] = { { 2.5, 2 },
+                                             { 3.5, 4 },
+                                             { -2.5, -2 },
+                                             { 1e20, std::numeric_limits<int>::max() },
+                                             { -INFINITY, std::numeric_limits<int>::min() },
+                                             { NAN, 0 } };
     for (const auto& [in, expected] : cases)
     {
         int out = -1;
@@ -29,7 +33,7 @@ TEST (ConvertersUnitAppending, ScalesAppendsAndSignsByTheUnscaledValue)
 {
     UnitAppendingConverter percent (" %", 1, true, 100.0);
     EXPECT_EQ (print (percent, 0.255), "+25.5 %");
-    EXPECT_EQ (print (percent, 0.0), "0.0 %"); // not above 0: no sign
+    EXPECT_EQ (print (percent, 0.0), "0.0 %");   // not above 0: no sign
     EXPECT_EQ (printInt (percent, 3), "+300 %"); // ints never show decimals
     EXPECT_DOUBLE_EQ (parse (percent, "25.5%"), 0.255);
     EXPECT_DOUBLE_EQ (parse (percent, " +12 % "), 0.12);

@@ -18,8 +18,16 @@ class PercentModifier : public ValueModifierImpl
 public:
     using ValueModifierImpl::toOuter;
     using ValueModifierImpl::toStored;
-    ErrorCode toOuter (ParameterValue*, const double& in, double& out) override { out = in * 100.0; return kOk; }
-    ErrorCode toStored (ParameterValue*, const double& in, double& out) override { out = in / 100.0; return kOk; }
+    ErrorCode toOuter (ParameterValue*, const double& in, double& out) override
+    {
+        out = in * 100.0;
+        return kOk;
+    }
+    ErrorCode toStored (ParameterValue*, const double& in, double& out) override
+    {
+        out = in / 100.0;
+        return kOk;
+    }
 };
 } // namespace
 
@@ -33,7 +41,8 @@ TEST (ForwardingView, WritesThroughClampingInTheViewsUnitsThenInTheSources)
     FloatParamDefHandle percent (gain->createForwardingParameter ("gainPercent", nullptr));
     percent->setModifier (new PercentModifier());
     // The view's own range, in percent: replaces the forwarded bounds.
-    percent->replaceValue (percent->getMaximum().get(), percent->getType()->createValue (percent.get(), kRoleMaximum).get());
+    percent->replaceValue (percent->getMaximum().get(),
+                           percent->getType()->createValue (percent.get(), kRoleMaximum).get());
     percent->getMaximum()->setFloat (150.0);
 
     EXPECT_DOUBLE_EQ (percent->getValue()->getFloat(), 100.0);

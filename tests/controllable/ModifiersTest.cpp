@@ -12,9 +12,22 @@ using namespace qvrControllableLib;
 
 namespace
 {
-double outer (ValueModifier& m, double x) { double y = 0.0; m.toOuter (nullptr, x, y); return y; }
-double stored (ValueModifier& m, double y) { double x = 0.0; m.toStored (nullptr, y, x); return x; }
-double floatPow (float base, double exponent) { return (double) std::pow (base, (float) exponent); }
+double outer (ValueModifier& m, double x)
+{
+    double y = 0.0;
+    m.toOuter (nullptr, x, y);
+    return y;
+}
+double stored (ValueModifier& m, double y)
+{
+    double x = 0.0;
+    m.toStored (nullptr, y, x);
+    return x;
+}
+double floatPow (float base, double exponent)
+{
+    return (double) std::pow (base, (float) exponent);
+}
 
 // gain 0..2 at 1, and gainDb on it through (10, 20, 1) with a range of its own.
 struct GainWithDbView

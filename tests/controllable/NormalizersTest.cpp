@@ -38,7 +38,8 @@ TEST (NormalizersLogarithmic, EqualStepsAreEqualRatiosWithTheBaseOfItsBirth)
     FloatParamDefHandle g ("cutoff");
     g.minimum = 20.0;
     g.maximum = 20000.0;
-    g->createAutomationHandle (nullptr, 0, {}, new LogarithmicAutomationNormalizer (g.get(), 0.0f))->setNormalized (0.5f);
+    g->createAutomationHandle (nullptr, 0, {}, new LogarithmicAutomationNormalizer (g.get(), 0.0f))
+        ->setNormalized (0.5f);
     EXPECT_NEAR (g.read(), middle, 1e-9);
     g->removeAutomationHandle();
 }

@@ -113,9 +113,10 @@ TEST (Dispatching, ForwardToFirstTakesTheEarlierTargetForADuplicateNameAndKeepsT
     provider->targets.add (a.get());
     provider->targets.add (b.get());
 
-    juce::ReferenceCountedObjectPtr<DispatchingControllable> d (new DispatchingControllable (new ForwardToFirstStrategy(), provider.get()));
+    juce::ReferenceCountedObjectPtr<DispatchingControllable> d (
+        new DispatchingControllable (new ForwardToFirstStrategy(), provider.get()));
     ASSERT_EQ (d->getParameters().size(), 2);
-    EXPECT_EQ (d->getParameters().size(), 2); // merged once
+    EXPECT_EQ (d->getParameters().size(), 2);            // merged once
     EXPECT_EQ (d->getParameters()[1]->getName(), "pan"); // in the order of first appearance
     d->findParameter ("gain")->getValue()->setFloat (0.75);
     EXPECT_DOUBLE_EQ (gainA.read(), 0.75);

@@ -130,8 +130,14 @@ ParameterDef* encode (int writer, int counter)
 {
     return reinterpret_cast<ParameterDef*> ((std::uintptr_t) (((writer + 1) << 24) | counter));
 }
-int writerOf (ParameterDef* p) { return (int) ((reinterpret_cast<std::uintptr_t> (p) >> 24) - 1); }
-int counterOf (ParameterDef* p) { return (int) (reinterpret_cast<std::uintptr_t> (p) & 0xffffff); }
+int writerOf (ParameterDef* p)
+{
+    return (int) ((reinterpret_cast<std::uintptr_t> (p) >> 24) - 1);
+}
+int counterOf (ParameterDef* p)
+{
+    return (int) (reinterpret_cast<std::uintptr_t> (p) & 0xffffff);
+}
 } // namespace
 
 TEST (ParameterFifo, WritersRacingTheReaderAroundTheRingLoseAndReorderNothing)

@@ -66,8 +66,8 @@ TEST (Notification, ChangesOffTheMessageThreadReachAsyncListenersThroughTheFifoI
             p->getValue()->setFloat (i);
     });
     writer.join();
-    EXPECT_EQ (sync.calls.load(), 10);  // on the writing thread, at once
-    EXPECT_EQ (async.calls.load(), 0);  // waiting in the FIFO
+    EXPECT_EQ (sync.calls.load(), 10); // on the writing thread, at once
+    EXPECT_EQ (async.calls.load(), 0); // waiting in the FIFO
 
     ParameterTypes::floatType().drainChanges();
     EXPECT_EQ (async.calls.load(), 10); // each change, in the next tick
@@ -82,7 +82,10 @@ TEST (Notification, CancelledEntriesAreSkippedAndCancellingNothingSaysSo)
     RecordingListener listener;
     p->addChangeListener (&listener, false);
     q->addChangeListener (&listener, false);
-    std::thread writer ([&] { p->getValue()->setFloat (1.0); q->getValue()->setFloat (1.0); });
+    std::thread writer ([&] {
+        p->getValue()->setFloat (1.0);
+        q->getValue()->setFloat (1.0);
+    });
     writer.join();
     EXPECT_TRUE (ParameterTypes::floatType().cancelChanges (p.get()));
     EXPECT_FALSE (ParameterTypes::floatType().cancelChanges (p.get()));

@@ -65,8 +65,7 @@ CScopedPtr<CqvrfFFT_If> makeFft (const VectorDispatch& table, int frameSize, int
 }
 
 class FftEveryTierAndSize : public ::testing::TestWithParam<std::tuple<int, int>>
-{
-};
+{};
 
 TEST_P (FftEveryTierAndSize, MatchesTheReferenceAndInverseGivesTheFrameTimesTheSize)
 {
@@ -157,10 +156,15 @@ TEST (Fft, InitRefusesSizesAndWindowsOutsideTheRange)
     CScopedPtr<CqvrfFFT_If> fft;
     // Too small, too large, not a power of two, no padding, unknown window,
     // and a size whose product overflows int.
-    for (const auto& [frameSize, padding, window] : { std::tuple { 32, 1, 0 }, { 65536, 2, 0 }, { 96, 1, 0 }, { 64, 0, 0 },
-                                                      { 64, 1, kWindowTypeCount }, { 1 << 20, 1 << 20, 0 } })
+    for (const auto& [frameSize, padding, window] : { std::tuple { 32, 1, 0 },
+                                                      { 65536, 2, 0 },
+                                                      { 96, 1, 0 },
+                                                      { 64, 0, 0 },
+                                                      { 64, 1, kWindowTypeCount },
+                                                      { 1 << 20, 1 << 20, 0 } })
     {
-        EXPECT_EQ (createFFT (fft.receive(), frameSize, padding, window), kBadArgument) << frameSize << " x " << padding;
+        EXPECT_EQ (createFFT (fft.receive(), frameSize, padding, window), kBadArgument)
+            << frameSize << " x " << padding;
         EXPECT_FALSE (fft);
     }
 
@@ -183,12 +187,9 @@ TEST (FftWindows, ShapesAreSymmetricWithTheirKnownValues)
         float atZero, atQuarter, atHalf;
     };
     const Expectation expected[] = {
-        { kWindowSine, 0.0f, 0.70710678f, 1.0f },
-        { kWindowHann, 0.0f, 0.5f, 1.0f },
-        { kWindowHamming, 0.08f, 0.54f, 1.0f },
-        { kWindowBlackman, 0.0f, 0.34f, 1.0f },
-        { kWindowTriangleSquared, 0.0f, 0.25f, 1.0f },
-        { kWindowZeros, 0.0f, 0.0f, 0.0f },
+        { kWindowSine, 0.0f, 0.70710678f, 1.0f },      { kWindowHann, 0.0f, 0.5f, 1.0f },
+        { kWindowHamming, 0.08f, 0.54f, 1.0f },        { kWindowBlackman, 0.0f, 0.34f, 1.0f },
+        { kWindowTriangleSquared, 0.0f, 0.25f, 1.0f }, { kWindowZeros, 0.0f, 0.0f, 0.0f },
     };
     for (const Expectation& e : expected)
     {

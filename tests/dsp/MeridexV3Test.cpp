@@ -21,7 +21,8 @@ struct Engine
     CMeridexProV3If* engine = nullptr;
     explicit Engine (int channels = 2, int maxBlock = 1024, double rate = kRate)
     {
-        EXPECT_EQ (CMeridexProV3If::createInstance (&engine, maxBlock, channels, rate, kV3ModeEfficient, 0.1f), kNoError);
+        EXPECT_EQ (CMeridexProV3If::createInstance (&engine, maxBlock, channels, rate, kV3ModeEfficient, 0.1f),
+                   kNoError);
     }
     ~Engine() { CMeridexProV3If::destroyInstance (&engine); }
     CMeridexProV3If* operator->() const { return engine; }
@@ -122,7 +123,8 @@ TEST (V3Fifo, ResetThenPullingStartsAtTheFirstInputSample)
     const Channels clicks = clickTrain (8000, { 3000 }, 0.9f);
     const Channels stretchedClicks = pull (*engine.engine, clicks, 9000, 128);
     const auto& y = stretchedClicks[1];
-    const auto peak = std::max_element (y.begin(), y.end(), [] (float a, float b) { return std::fabs (a) < std::fabs (b); });
+    const auto peak = std::max_element (y.begin(), y.end(),
+                                        [] (float a, float b) { return std::fabs (a) < std::fabs (b); });
     EXPECT_EQ (peak - y.begin(), 6000);
 }
 

@@ -107,19 +107,52 @@ double cookbookDb (const Setting& s, double frequencyHz)
     double b[3] = {}, d[3] = { 1 + alpha, -2 * c, 1 - alpha };
     switch (s.type)
     {
-        case kLowPass2:  b[0] = (1 - c) / 2; b[1] = 1 - c; b[2] = (1 - c) / 2; break;
-        case kHighPass2: b[0] = (1 + c) / 2; b[1] = -(1 + c); b[2] = (1 + c) / 2; break;
-        case kBandPass2: b[0] = alpha; b[2] = -alpha; break;
-        case kNotch2:    b[0] = 1; b[1] = -2 * c; b[2] = 1; break;
-        case kAllPass2:  b[0] = 1 - alpha; b[1] = -2 * c; b[2] = 1 + alpha; break;
-        case kPeak2:     b[0] = 1 + alpha * a; b[1] = -2 * c; b[2] = 1 - alpha * a; d[0] = 1 + alpha / a; d[2] = 1 - alpha / a; break;
+        case kLowPass2:
+            b[0] = (1 - c) / 2;
+            b[1] = 1 - c;
+            b[2] = (1 - c) / 2;
+            break;
+        case kHighPass2:
+            b[0] = (1 + c) / 2;
+            b[1] = -(1 + c);
+            b[2] = (1 + c) / 2;
+            break;
+        case kBandPass2:
+            b[0] = alpha;
+            b[2] = -alpha;
+            break;
+        case kNotch2:
+            b[0] = 1;
+            b[1] = -2 * c;
+            b[2] = 1;
+            break;
+        case kAllPass2:
+            b[0] = 1 - alpha;
+            b[1] = -2 * c;
+            b[2] = 1 + alpha;
+            break;
+        case kPeak2:
+            b[0] = 1 + alpha * a;
+            b[1] = -2 * c;
+            b[2] = 1 - alpha * a;
+            d[0] = 1 + alpha / a;
+            d[2] = 1 - alpha / a;
+            break;
         case kLowShelf2:
-            b[0] = a * (p - m * c + sa); b[1] = 2 * a * (m - p * c); b[2] = a * (p - m * c - sa);
-            d[0] = p + m * c + sa; d[1] = -2 * (m + p * c); d[2] = p + m * c - sa;
+            b[0] = a * (p - m * c + sa);
+            b[1] = 2 * a * (m - p * c);
+            b[2] = a * (p - m * c - sa);
+            d[0] = p + m * c + sa;
+            d[1] = -2 * (m + p * c);
+            d[2] = p + m * c - sa;
             break;
         case kHighShelf2:
-            b[0] = a * (p + m * c + sa); b[1] = -2 * a * (m + p * c); b[2] = a * (p + m * c - sa);
-            d[0] = p - m * c + sa; d[1] = 2 * (m - p * c); d[2] = p - m * c - sa;
+            b[0] = a * (p + m * c + sa);
+            b[1] = -2 * a * (m + p * c);
+            b[2] = a * (p + m * c - sa);
+            d[0] = p - m * c + sa;
+            d[1] = 2 * (m - p * c);
+            d[2] = p - m * c - sa;
             break;
         default: return std::numeric_limits<double>::quiet_NaN();
     }
@@ -133,14 +166,13 @@ void expectSameDb (double expected, double actual, const Setting& s, double f)
     if (expected < -80.0)
         EXPECT_LT (actual, -70.0) << "type " << s.type << " at " << f << " Hz";
     else
-        EXPECT_NEAR (expected, actual, 0.1) << "type " << s.type << " fc " << s.frequencyHz << " q " << s.q
-                                            << " gain " << s.gainDb << " at " << f << " Hz";
+        EXPECT_NEAR (expected, actual, 0.1) << "type " << s.type << " fc " << s.frequencyHz << " q " << s.q << " gain "
+                                            << s.gainDb << " at " << f << " Hz";
 }
 } // namespace
 
 class ParametricEqEveryType : public ::testing::TestWithParam<int>
-{
-};
+{};
 
 // The reported curve is what the filter does (its impulse response) and what
 // the published formulas give: a wrong coefficient fails one or the other.
@@ -165,9 +197,12 @@ TEST_P (ParametricEqEveryType, LoudInputThenSilenceStaysBoundedAndFreeOfDenormal
     // Corners of the parameter space, and cut-offs past Nyquist at a lower
     // rate, which must not turn the recursion unstable.
     const int type = GetParam();
-    for (const auto& [setting, rate] : { std::pair { Setting { type, 10.0f, 0.1f, -24.0f }, kRate }, { { type, 10.0f, 24.0f, 24.0f }, kRate },
-                                         { { type, 20000.0f, 0.1f, 24.0f }, kRate }, { { type, 20000.0f, 24.0f, -24.0f }, kRate },
-                                         { { type, 20000.0f, 24.0f, 24.0f }, 32000.0f }, { { type, 20000.0f, 0.1f, -24.0f }, 32000.0f } })
+    for (const auto& [setting, rate] : { std::pair { Setting { type, 10.0f, 0.1f, -24.0f }, kRate },
+                                         { { type, 10.0f, 24.0f, 24.0f }, kRate },
+                                         { { type, 20000.0f, 0.1f, 24.0f }, kRate },
+                                         { { type, 20000.0f, 24.0f, -24.0f }, kRate },
+                                         { { type, 20000.0f, 24.0f, 24.0f }, 32000.0f },
+                                         { { type, 20000.0f, 0.1f, -24.0f }, 32000.0f } })
     {
         EqPtr eq = makeEq (setting, 1, rate);
         std::vector<float> io = noiseSignal (4096, 7, 1.0f);
@@ -182,7 +217,8 @@ TEST_P (ParametricEqEveryType, LoudInputThenSilenceStaysBoundedAndFreeOfDenormal
             float& tail = i < 4096 + 16384 ? earlyTail : lateTail;
             tail = std::max (tail, i < 4096 ? 0.0f : std::fabs (io[i]));
         }
-        EXPECT_LE (lateTail, earlyTail + 1e-18f) << "tail grows: type " << type << " fc " << setting.frequencyHz << " rate " << rate;
+        EXPECT_LE (lateTail, earlyTail + 1e-18f)
+            << "tail grows: type " << type << " fc " << setting.frequencyHz << " rate " << rate;
     }
 }
 
@@ -191,7 +227,8 @@ INSTANTIATE_TEST_SUITE_P (AllTypes, ParametricEqEveryType, ::testing::Range (0, 
 TEST (ParametricEqResponse, FirstOrderTypesAndZerosOfTheResponse)
 {
     const float nyquist = kRate / 2.0f;
-    EqPtr lowPass = makeEq ({ kLowPass1, 1000.0f, 1.0f, 0.0f }), highPass = makeEq ({ kHighPass1, 1000.0f, 1.0f, 0.0f });
+    EqPtr lowPass = makeEq ({ kLowPass1, 1000.0f, 1.0f, 0.0f }),
+          highPass = makeEq ({ kHighPass1, 1000.0f, 1.0f, 0.0f });
     EXPECT_NEAR (lowPass->getResponseDb (0.0f), 0.0, 1e-3);
     EXPECT_NEAR (lowPass->getResponseDb (1000.0f), -3.0, 0.3);
     EXPECT_NEAR (highPass->getResponseDb (nyquist), 0.0, 1e-3);
@@ -204,7 +241,8 @@ TEST (ParametricEqResponse, FirstOrderTypesAndZerosOfTheResponse)
     // against it and holds DC at exactly 0 dB.
     for (float gain : { -12.0f, 12.0f })
     {
-        EqPtr lowShelf = makeEq ({ kLowShelf1, 200.0f, 1.0f, gain }), highShelf = makeEq ({ kHighShelf1, 200.0f, 1.0f, gain });
+        EqPtr lowShelf = makeEq ({ kLowShelf1, 200.0f, 1.0f, gain }),
+              highShelf = makeEq ({ kHighShelf1, 200.0f, 1.0f, gain });
         EXPECT_NEAR (lowShelf->getResponseDb (0.0f), gain, 0.5);
         EXPECT_NEAR (lowShelf->getResponseDb (nyquist), 0.0, 0.5);
         EXPECT_NEAR (highShelf->getResponseDb (0.0f), 0.0, 1e-3);
@@ -225,8 +263,11 @@ TEST (ParametricEqRefusals, RefusedCallsChangeNothing)
 {
     EqPtr eq = makeEq();
     const float before = eq->getResponseDb (3000.0f), nan = std::numeric_limits<float>::quiet_NaN();
-    for (const auto& [index, value] : { std::pair<int, float> { kFrequency, 9.9f }, { kQ, 24.1f }, { kGain, -24.5f },
-                                        { kFrequency, nan }, { kNumParameters, 1.0f } })
+    for (const auto& [index, value] : { std::pair<int, float> { kFrequency, 9.9f },
+                                        { kQ, 24.1f },
+                                        { kGain, -24.5f },
+                                        { kFrequency, nan },
+                                        { kNumParameters, 1.0f } })
         EXPECT_EQ (eq->setParameter (index, value), kInvalidArgument) << index << " " << value;
     EXPECT_EQ (eq->setType (kNumFilterTypes), kInvalidArgument);
     EXPECT_TRUE (eq->getType() == kLowPass2 && eq->getParameter (kFrequency) == 1000.0f && eq->getParameter (kQ) == 1.0f
@@ -236,7 +277,8 @@ TEST (ParametricEqRefusals, RefusedCallsChangeNothing)
     std::vector<float> a (8, 0.25f);
     float* good[] = { a.data() };
     float* missing[] = { nullptr };
-    for (const auto& [in, out, n] : { std::tuple<float**, float**, int> { good, good, 0 }, { nullptr, good, 8 }, { good, missing, 8 } })
+    for (const auto& [in, out, n] :
+         { std::tuple<float**, float**, int> { good, good, 0 }, { nullptr, good, 8 }, { good, missing, 8 } })
         EXPECT_EQ (eq->process (in, out, n), kInvalidArgument);
     EXPECT_EQ (a, std::vector<float> (8, 0.25f));
 
@@ -256,8 +298,10 @@ TEST (ParametricEqProcess, EachChangeReachesTheNextBlockWithoutReset)
     // must run as a fresh filter with the new setting would.
     const Setting target { kPeak2, 3000.0f, 4.0f, 12.0f };
     const float targetValues[kNumParameters] = { target.frequencyHz, target.q, target.gainDb };
-    const Setting starts[] = { { kNotch2, 3000.0f, 4.0f, 12.0f }, { kPeak2, 500.0f, 4.0f, 12.0f },
-                               { kPeak2, 3000.0f, 0.5f, 12.0f }, { kPeak2, 3000.0f, 4.0f, -6.0f } };
+    const Setting starts[] = { { kNotch2, 3000.0f, 4.0f, 12.0f },
+                               { kPeak2, 500.0f, 4.0f, 12.0f },
+                               { kPeak2, 3000.0f, 0.5f, 12.0f },
+                               { kPeak2, 3000.0f, 4.0f, -6.0f } };
     for (int changed = 0; changed < 4; ++changed)
     {
         EqPtr eq = makeEq (starts[changed]), fresh = makeEq (target);
@@ -265,7 +309,8 @@ TEST (ParametricEqProcess, EachChangeReachesTheNextBlockWithoutReset)
         fresh->setNoise (false);
         std::vector<float> silence (64, 0.0f), a = noiseSignal (256, 3), b = a;
         runMono (*eq, silence);
-        ASSERT_EQ (changed == 0 ? eq->setType (target.type) : eq->setParameter (changed - 1, targetValues[changed - 1]), meridex::kNoError);
+        ASSERT_EQ (changed == 0 ? eq->setType (target.type) : eq->setParameter (changed - 1, targetValues[changed - 1]),
+                   meridex::kNoError);
         runMono (*eq, a);
         runMono (*fresh, b);
         EXPECT_EQ (a, b) << "change " << changed;
@@ -308,7 +353,8 @@ TEST (ParametricEqProcess, OutputDoesNotDependOnBlockSizeOrChannelGrouping)
 TEST (ParametricEqProcess, BypassAndResetLeaveTheStateAsDocumented)
 {
     const Setting s { kBandPass2, 2000.0f, 3.0f, 0.0f };
-    const std::vector<float> first = noiseSignal (100, 1, 1.0f), middle = noiseSignal (64, 2), last = noiseSignal (100, 3);
+    const std::vector<float> first = noiseSignal (100, 1, 1.0f), middle = noiseSignal (64, 2),
+                             last = noiseSignal (100, 3);
     EqPtr eq = makeEq (s), plain = makeEq (s);
     std::vector<float> a = first, b = first;
     runMono (*eq, a);
@@ -345,7 +391,7 @@ TEST (ParametricEqCascade, GivesBitForBitWhatTheStagesGiveOneAfterAnother)
     // by stage: state carries across blocks, counts go past one interleaved
     // group, some stages are bypassed or missing, noise on for all/none/some.
     const Setting kinds[] = { { kLowPass2, 5000.0f, 0.5f, 0.0f },  { kHighPass2, 120.0f, 2.0f, 0.0f },
-                              { kPeak2, 2500.0f, 4.0f, 9.0f },    { kNotch2, 800.0f, 1.5f, 0.0f },
+                              { kPeak2, 2500.0f, 4.0f, 9.0f },     { kNotch2, 800.0f, 1.5f, 0.0f },
                               { kBandPass2, 1500.0f, 0.7f, 0.0f }, { kLowShelf2, 300.0f, 0.7071f, -6.0f },
                               { kAllPass1, 3000.0f, 1.0f, 0.0f },  { kHighShelf1, 4000.0f, 1.0f, 12.0f },
                               { kLowPass1, 9000.0f, 1.0f, 0.0f },  { kAllPass2, 600.0f, 3.0f, 0.0f } };
@@ -389,7 +435,8 @@ TEST (ParametricEqCascade, GivesBitForBitWhatTheStagesGiveOneAfterAnother)
                         float* pb[4] = {};
                         for (size_t ch = 0; ch < static_cast<size_t> (channels); ++ch)
                             std::tie (pa[ch], pb[ch]) = std::pair { a[ch].data() + done, b[ch].data() + done };
-                        ASSERT_EQ (CParametricEq::processCascade (sections.data(), numStages, pa, n), meridex::kNoError);
+                        ASSERT_EQ (CParametricEq::processCascade (sections.data(), numStages, pa, n),
+                                   meridex::kNoError);
                         for (int i = 0; i < numStages; ++i)
                             ASSERT_TRUE (sections[(size_t) i] == nullptr
                                          || separate[(size_t) i]->process (pb, pb, n) == meridex::kNoError);
@@ -402,8 +449,10 @@ TEST (ParametricEqCascade, GivesBitForBitWhatTheStagesGiveOneAfterAnother)
 TEST (ParametricEqCascade, RefusesNullBuffersAndEmptyBlocksWithoutChangingAnything)
 {
     const Setting settings[] = { { kLowPass2, 500.0f, 0.7071f, 0.0f }, { kHighPass2, 50.0f, 1.0f, 0.0f } };
-    EqPtr stages[] = { makeEq (settings[0], 2), makeEq (settings[1], 2) }, fresh[] = { makeEq (settings[0], 2), makeEq (settings[1], 2) };
-    CParametricEq* sections[] = { dynamic_cast<CParametricEq*> (stages[0].get()), dynamic_cast<CParametricEq*> (stages[1].get()) };
+    EqPtr stages[] = { makeEq (settings[0], 2), makeEq (settings[1], 2) },
+          fresh[] = { makeEq (settings[0], 2), makeEq (settings[1], 2) };
+    CParametricEq* sections[] = { dynamic_cast<CParametricEq*> (stages[0].get()),
+                                  dynamic_cast<CParametricEq*> (stages[1].get()) };
     std::vector<std::vector<float>> a { std::vector<float> (16, 0.5f), std::vector<float> (16, -0.25f) }, b = a;
     float* both[] = { a[0].data(), a[1].data() };
     float* missing[] = { a[0].data(), nullptr };

@@ -34,7 +34,8 @@ std::vector<float> runFast (CFastResample& converter, const std::vector<float>& 
     size_t at = 0;
     for (size_t b = 0; at < input.size(); ++b)
     {
-        const int count = static_cast<int> (std::min<size_t> (static_cast<size_t> (blocks[b % blocks.size()]), input.size() - at));
+        const int count = static_cast<int> (
+            std::min<size_t> (static_cast<size_t> (blocks[b % blocks.size()]), input.size() - at));
         scratch.resize (static_cast<size_t> (converter.getMaxOutput (count)));
         const float* in[] = { input.data() + at };
         float* out[] = { scratch.data() };
@@ -47,8 +48,8 @@ std::vector<float> runFast (CFastResample& converter, const std::vector<float>& 
 }
 
 // Interleaved through a CResampleBase in blocks of input frames.
-std::vector<float> runSinc (CResampleBase& converter, const std::vector<float>& input, int channels, double outputPerInput,
-                            int block, float gain = 1.0f)
+std::vector<float> runSinc (CResampleBase& converter, const std::vector<float>& input, int channels,
+                            double outputPerInput, int block, float gain = 1.0f)
 {
     std::vector<float> output, scratch;
     const int frames = static_cast<int> (input.size()) / channels;
@@ -56,17 +57,19 @@ std::vector<float> runSinc (CResampleBase& converter, const std::vector<float>& 
     {
         const int count = std::min (block, frames - at);
         scratch.assign (static_cast<size_t> (converter.getMaxOutputFrames (count, outputPerInput) * channels), 0.0f);
-        const int written =
-            converter.process (input.data() + at * channels, scratch.data(), outputPerInput, gain, channels, count);
+        const int written = converter.process (input.data() + at * channels, scratch.data(), outputPerInput, gain,
+                                               channels, count);
         output.insert (output.end(), scratch.begin(), scratch.begin() + written * channels);
     }
     return output;
 }
 
-CScopedPtr<CResampleBase> makeSinc (int channels, int maxBlock, bool stereoPath = false, int quality = CResampleBase::kEngineQuality)
+CScopedPtr<CResampleBase> makeSinc (int channels, int maxBlock, bool stereoPath = false,
+                                    int quality = CResampleBase::kEngineQuality)
 {
     CScopedPtr<CResampleBase> converter;
-    EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, quality, maxBlock, channels, stereoPath),
+    EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, quality, maxBlock, channels,
+                                              stereoPath),
                kNoError);
     return converter;
 }
@@ -93,8 +96,8 @@ TEST (FastResample, InterpolatorsReproduceThePolynomialsTheyShould)
     // through its middle points.
     auto quadratic = [] (float x) { return 0.5f * x * x - 2.0f * x + 3.0f; };
     for (float t : { 0.0f, 0.25f, 0.99f })
-        EXPECT_NEAR (CFastResample::interpolateHermite (quadratic (-1), quadratic (0), quadratic (1), quadratic (2), t), quadratic (t),
-                     1.0e-5f)
+        EXPECT_NEAR (CFastResample::interpolateHermite (quadratic (-1), quadratic (0), quadratic (1), quadratic (2), t),
+                     quadratic (t), 1.0e-5f)
             << t;
     EXPECT_EQ (CFastResample::interpolateCubic (0.3f, -1.0f, 2.0f, 0.7f, 0.0f), -1.0f);
     EXPECT_NEAR (CFastResample::interpolateCubic (0.3f, -1.0f, 2.0f, 0.7f, 1.0f), 2.0f, 1.0e-6f);
@@ -139,16 +142,21 @@ TEST (FastResample, RefusesBadShapesAndIgnoresBadRatios)
 TEST (ResampleFloat, CreationRefusesQualityTypeAndShapeOutsideTheirRanges)
 {
     CScopedPtr<CResampleBase> converter;
-    EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, 0, 512, 2, false), kBadArgument);
+    EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, 0, 512, 2, false),
+               kBadArgument);
     EXPECT_FALSE (converter);
-    EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kInteger, 3, 512, 2, false), kBadArgument);
-    EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, 3, 0, 2, false), kBadArgument);
-    EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, 3, 512, 49, false), kBadChannelCount);
+    EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kInteger, 3, 512, 2, false),
+               kBadArgument);
+    EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, 3, 0, 2, false),
+               kBadArgument);
+    EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, 3, 512, 49, false),
+               kBadChannelCount);
     EXPECT_EQ (CResampleBase::createInstance (nullptr, CResampleBase::kFloat, 3, 512, 2, false), kBadArgument);
     EXPECT_FALSE (converter);
 
     EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, 1, 512, 2, false), kNoError);
-    EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, 120, 512, 2, false), kNoError);
+    EXPECT_EQ (CResampleBase::createInstance (converter.receive(), CResampleBase::kFloat, 120, 512, 2, false),
+               kNoError);
     std::vector<float> in (64, 0.0f), out (static_cast<size_t> (converter->getMaxOutputFrames (32, 1.0) * 2));
     EXPECT_EQ (converter->process (in.data(), out.data(), 0.0, 1.0f, 2, 32), 0);
     EXPECT_EQ (converter->process (in.data(), out.data(), std::numeric_limits<double>::quiet_NaN(), 1.0f, 2, 32), 0);
@@ -191,7 +199,8 @@ TEST (ResampleFloat, SineOverAConstantKeepsItsFrequencyPlaceAndGainAtEveryFactor
             << outputPerInput;
         for (size_t k = static_cast<size_t> (8.0 * std::max (outputPerInput, 1.0)); k < output.size(); ++k)
             ASSERT_NEAR (output[k],
-                         gain * 0.99 * (0.4 + 0.5 * std::sin (kTwoPi * cycles * static_cast<double> (k) / outputPerInput)),
+                         gain * 0.99
+                             * (0.4 + 0.5 * std::sin (kTwoPi * cycles * static_cast<double> (k) / outputPerInput)),
                          3.0e-3)
                 << "outputPerInput " << outputPerInput << " at " << k;
     }
@@ -204,7 +213,8 @@ TEST (ResampleFloat, StereoRoutineGivesThePerChannelResult)
     {
         auto stereo = makeSinc (2, 700, true);
         auto perChannel = makeSinc (2, 700, false);
-        EXPECT_EQ (runSinc (*stereo, input, 2, outputPerInput, 700), runSinc (*perChannel, input, 2, outputPerInput, 700))
+        EXPECT_EQ (runSinc (*stereo, input, 2, outputPerInput, 700),
+                   runSinc (*perChannel, input, 2, outputPerInput, 700))
             << outputPerInput;
     }
 }
@@ -228,10 +238,11 @@ TEST (ResampleFloat, InputNeededIsJustEnoughOnEveryCall)
         ASSERT_GE (written, wanted) << "call " << call;
         if (needed > 0)
         {
-            const int first =
-                shortOfOne->process (input.data() + 2 * at, out.data(), outputPerInput, 1.0f, 2, needed - 1);
+            const int first = shortOfOne->process (input.data() + 2 * at, out.data(), outputPerInput, 1.0f, 2,
+                                                   needed - 1);
             ASSERT_LT (first, wanted) << "call " << call;
-            const int last = shortOfOne->process (input.data() + 2 * (at + needed - 1), out.data(), outputPerInput, 1.0f, 2, 1);
+            const int last = shortOfOne->process (input.data() + 2 * (at + needed - 1), out.data(), outputPerInput,
+                                                  1.0f, 2, 1);
             ASSERT_EQ (first + last, written);
         }
         at += needed;

@@ -39,8 +39,12 @@ struct Core
 
 TEST (V3CoreFactors, FrameSizeFollowsTheRate)
 {
-    for (const auto& [rate, frameSize] : { std::pair { 22050.0, 2048 }, { 31999.0, 2048 }, { 44100.0, 4096 }, { 64000.0, 8192 },
-                                           { 192000.0, 16384 }, { 384000.0, 32768 } })
+    for (const auto& [rate, frameSize] : { std::pair { 22050.0, 2048 },
+                                           { 31999.0, 2048 },
+                                           { 44100.0, 4096 },
+                                           { 64000.0, 8192 },
+                                           { 192000.0, 16384 },
+                                           { 384000.0, 32768 } })
         EXPECT_EQ (CMeridexCoreBase::frameSizeForRate (rate), frameSize) << rate;
 }
 
@@ -58,7 +62,8 @@ TEST (V3CoreFactors, RepeatAndHopsFollowTheTable)
     } table[] = { // In an order that also leaves a repeat for no repeat and back.
                   { 4.0f, 2.0f, 3, 128, 341 },  { 6.0f, 1.0f, 1, 64, 384 },   { 6.5f, 1.0f, 2, 128, 416 },
                   { 12.0f, 1.0f, 5, 128, 307 }, { 2.2f, 1.0f, 1, 512, 1126 }, { 2.21f, 1.0f, 1, 256, 565 },
-                  { 5.21f, 1.0f, 1, 64, 333 },  { 0.25f, 1.0f, 1, 512, 128 } };
+                  { 5.21f, 1.0f, 1, 64, 333 },  { 0.25f, 1.0f, 1, 512, 128 }
+    };
     for (const auto& row : table)
     {
         ASSERT_EQ (c.set (row.stretch, row.pitch), kNoError) << row.stretch;
@@ -73,7 +78,8 @@ TEST (V3CoreFactors, FactorBelowTheMinimumIsRefusedAndChangesNothing)
     Core c;
     ASSERT_EQ (c.set (2.0f), kNoError);
     float stretch = 0.09f, pitch = 1.0f;
-    EXPECT_EQ (c.core.setStretchPitch (&stretch, &pitch, CMeridexCoreBase::kAdjustStretch, kMovePosition), kBelowMinimumFactor);
+    EXPECT_EQ (c.core.setStretchPitch (&stretch, &pitch, CMeridexCoreBase::kAdjustStretch, kMovePosition),
+               kBelowMinimumFactor);
     EXPECT_FLOAT_EQ (stretch, 0.09f);
     EXPECT_FLOAT_EQ (c.core.getStretchTotal(), 2.0f);
     EXPECT_EQ (c.core.synthesisHop(), 1024);
@@ -169,8 +175,7 @@ std::vector<float> runMono (CPhaseVocoderV3& vocoder, const std::vector<float>& 
 
 // (hop, extra): frame hops of hop and hop + extra in turn.
 class V3VocoderAux : public ::testing::TestWithParam<std::pair<int, int>>
-{
-};
+{};
 
 // Input 300 Hz and 6 kHz; aux holds the 6 kHz partial at half its level.
 // Above the lower bin it must come from aux alone (not both), at unit gain,
@@ -201,7 +206,8 @@ TEST_P (V3VocoderAux, SteadyUpperPartialComesFromAuxAloneAtUnitGain)
     EXPECT_LT (amplitudeAt (residual, 0, 8192, 6000.0), 0.002);
 }
 
-INSTANTIATE_TEST_SUITE_P (Hops, V3VocoderAux, ::testing::Values (std::pair { 512, 0 }, std::pair { 179, 0 }, std::pair { 409, 1 }));
+INSTANTIATE_TEST_SUITE_P (Hops, V3VocoderAux,
+                          ::testing::Values (std::pair { 512, 0 }, std::pair { 179, 0 }, std::pair { 409, 1 }));
 
 // Nothing comes from aux below the lower bin, nor from the upper bin up: aux's
 // 6 kHz adds nothing to the input's, kept (lower bin past the top) or dropped
@@ -260,8 +266,7 @@ TEST (V3VocoderAuxMasks, AttackKeepsTheVocoderBins)
 // own level after the decoding), read per frame with the frame's own hop,
 // repeats included, and the steps allocate nothing.
 class V3CoreAux : public ::testing::TestWithParam<float>
-{
-};
+{};
 
 TEST_P (V3CoreAux, StereoAuxJoinsAtUnitGainWithoutAllocating)
 {

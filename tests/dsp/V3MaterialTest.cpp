@@ -14,7 +14,13 @@ namespace
 {
 using namespace tavrine::dsptest;
 
-enum class Kind { drums, bass, pad, voice };
+enum class Kind
+{
+    drums,
+    bass,
+    pad,
+    voice
+};
 
 struct Case
 {
@@ -24,8 +30,7 @@ struct Case
 const Case kCases[] = { { 0.8, 0.0 }, { 1.25, 0.0 }, { 2.0, 0.0 }, { 1.0, -5.0 }, { 1.0, 5.0 } };
 
 class MaterialCase : public testing::TestWithParam<Case>
-{
-};
+{};
 using DrumLoop = MaterialCase;
 using BassLine = MaterialCase;
 using ChordPad = MaterialCase;
@@ -69,16 +74,23 @@ Channels checkedRendering (Kind kind, const Case& c)
     const Channels& in = material (kind).audio;
     const auto pointersIn = pointers (in);
     Channels out;
-    EXPECT_EQ (meridex::stretchOffline (pointersIn.data(), 2, static_cast<int> (in[0].size()), kRate, c.timeFactor, c.semitones, 1.0, out),
+    EXPECT_EQ (meridex::stretchOffline (pointersIn.data(), 2, static_cast<int> (in[0].size()), kRate, c.timeFactor,
+                                        c.semitones, 1.0, out),
                meridex::kNoError);
     if (out.size() != 2) // a refused rendering stands as silence, so the measures fail rather than crash
-        out.assign (2, std::vector<float> (static_cast<size_t> (std::llround (c.timeFactor * static_cast<double> (in[0].size()))), 0.0f));
+        out.assign (2,
+                    std::vector<float> (
+                        static_cast<size_t> (std::llround (c.timeFactor * static_cast<double> (in[0].size()))), 0.0f));
     double peakDb = -1.0e9, levelDb = 0.0;
     for (size_t ch = 0; ch < 2; ++ch)
     {
-        EXPECT_EQ (static_cast<long long> (out[ch].size()), std::llround (c.timeFactor * static_cast<double> (in[ch].size())));
+        EXPECT_EQ (static_cast<long long> (out[ch].size()),
+                   std::llround (c.timeFactor * static_cast<double> (in[ch].size())));
         EXPECT_TRUE (std::all_of (out[ch].begin(), out[ch].end(), [] (float v) { return std::isfinite (v); }));
-        auto peak = [] (const std::vector<float>& x) { return std::fabs (*std::max_element (x.begin(), x.end(), [] (float a, float b) { return std::fabs (a) < std::fabs (b); })); };
+        auto peak = [] (const std::vector<float>& x) {
+            return std::fabs (*std::max_element (x.begin(), x.end(),
+                                                 [] (float a, float b) { return std::fabs (a) < std::fabs (b); }));
+        };
         peakDb = std::max (peakDb, dB (peak (out[ch]) / peak (in[ch])));
         levelDb += 0.5 * dB (rms (out[ch], 0, out[ch].size()) / rms (in[ch], 0, in[ch].size()));
     }
@@ -104,9 +116,14 @@ Hit hitAt (const std::vector<float>& x, long at)
     for (long i = from; i < at + frame (0.04); ++i)
         envelope.push_back (rms (x, static_cast<size_t> (i - width), static_cast<size_t> (i)));
     const double top = *std::max_element (envelope.begin(), envelope.end());
-    const long onset = from + (std::find_if (envelope.begin(), envelope.end(), [top] (double e) { return e >= 0.1 * top; }) - envelope.begin());
-    auto level = [&x] (long begin, long end) { return rms (x, static_cast<size_t> (begin), static_cast<size_t> (end)); };
-    return { 1000.0 * static_cast<double> (onset - at) / kRate, dB (level (at - frame (0.022), at - frame (0.002)) / level (at, at + frame (0.02))),
+    const long onset = from
+                       + (std::find_if (envelope.begin(), envelope.end(), [top] (double e) { return e >= 0.1 * top; })
+                          - envelope.begin());
+    auto level = [&x] (long begin, long end) {
+        return rms (x, static_cast<size_t> (begin), static_cast<size_t> (end));
+    };
+    return { 1000.0 * static_cast<double> (onset - at) / kRate,
+             dB (level (at - frame (0.022), at - frame (0.002)) / level (at, at + frame (0.02))),
              dB (level (onset, onset + frame (0.005)) / level (onset + frame (0.005), onset + frame (0.025))) };
 }
 
@@ -115,7 +132,8 @@ Hit hitAt (const std::vector<float>& x, long at)
 // best match is below 0.7 (not periodic near where it should be).
 double pitchAt (const std::vector<float>& x, long centre, double expectedHz)
 {
-    const long from = centre - 1024, lo = std::lround (0.8 * kRate / expectedHz), hi = std::lround (1.25 * kRate / expectedHz);
+    const long from = centre - 1024, lo = std::lround (0.8 * kRate / expectedHz),
+               hi = std::lround (1.25 * kRate / expectedHz);
     std::vector<double> match;
     for (long lag = lo; lag <= hi; ++lag)
     {
@@ -131,7 +149,8 @@ double pitchAt (const std::vector<float>& x, long centre, double expectedHz)
     const long best = std::max_element (match.begin() + 1, match.end() - 1) - match.begin();
     if (match[static_cast<size_t> (best)] < 0.7)
         return 0.0;
-    const double l = match[static_cast<size_t> (best - 1)], m = match[static_cast<size_t> (best)], r = match[static_cast<size_t> (best + 1)];
+    const double l = match[static_cast<size_t> (best - 1)], m = match[static_cast<size_t> (best)],
+                 r = match[static_cast<size_t> (best + 1)];
     return kRate / (static_cast<double> (lo + best) + 0.5 * (l - r) / (l - 2.0 * m + r));
 }
 
@@ -157,7 +176,8 @@ double hissCentre (const std::vector<float>& x, long from, long to)
     double sum = 0.0, weighted = 0.0;
     for (long i = from; i < to; ++i)
     {
-        const double d = x[static_cast<size_t> (i)] - 2.0 * x[static_cast<size_t> (i - 1)] + x[static_cast<size_t> (i - 2)];
+        const double d = x[static_cast<size_t> (i)] - 2.0 * x[static_cast<size_t> (i - 1)]
+                         + x[static_cast<size_t> (i - 2)];
         sum += d * d;
         weighted += d * d * static_cast<double> (i);
     }
@@ -211,7 +231,8 @@ TEST_P (BassLine, NotesStayInTuneAndKeepTheirLevel)
     {
         const long middle = (note.start + note.end) / 2, from = std::lround (c.timeFactor * middle) - 3072;
         const double hz = note.hz * std::pow (2.0, c.semitones / 12.0);
-        EXPECT_LT (std::fabs (cents (peakFrequency (out[0], static_cast<size_t> (from), 6144, hz), hz)), 5.0) << note.hz << " Hz";
+        EXPECT_LT (std::fabs (cents (peakFrequency (out[0], static_cast<size_t> (from), 6144, hz), hz)), 5.0)
+            << note.hz << " Hz";
         EXPECT_NEAR (dB (rms (out[0], static_cast<size_t> (from), static_cast<size_t> (from + 6144))
                          / rms (m.audio[0], static_cast<size_t> (middle - 3072), static_cast<size_t> (middle + 3072))),
                      0.0, 1.5)
@@ -229,8 +250,7 @@ TEST_P (ChordPad, StaysAsWide)
     const Case c = GetParam();
     const Channels& in = material (Kind::pad).audio;
     const Channels out = checkedRendering (Kind::pad, c);
-    auto correlation = [] (const Channels& x, double from, double to)
-    {
+    auto correlation = [] (const Channels& x, double from, double to) {
         double lr = 0.0, ll = 0.0, rr = 0.0;
         for (size_t i = static_cast<size_t> (frame (from)); i < static_cast<size_t> (frame (to)); ++i)
         {
@@ -254,7 +274,8 @@ TEST_P (Voice, KeepsItsMelodyAndConsonants)
     const Material& m = material (Kind::voice);
     const Channels out = checkedRendering (Kind::voice, c);
     const std::vector<double> errors = melodyErrors (m, out[0], c.timeFactor, std::pow (2.0, c.semitones / 12.0));
-    const double voiced = static_cast<double> (std::count_if (errors.begin(), errors.end(), [] (double e) { return e < 1.0e9; }))
+    const double voiced = static_cast<double> (
+                              std::count_if (errors.begin(), errors.end(), [] (double e) { return e < 1.0e9; }))
                           / static_cast<double> (errors.size());
     double worstHissMs = 0.0;
     for (const Segment& burst : m.bursts)

@@ -20,8 +20,8 @@ Channels stretched (const Channels& input, double timeFactor, double semitones =
 {
     Channels out;
     const auto in = pointers (input);
-    EXPECT_EQ (stretchOffline (in.data(), static_cast<int> (input.size()), static_cast<int> (input[0].size()), kRate, timeFactor,
-                               semitones, formant, out),
+    EXPECT_EQ (stretchOffline (in.data(), static_cast<int> (input.size()), static_cast<int> (input[0].size()), kRate,
+                               timeFactor, semitones, formant, out),
                meridex::kNoError);
     return out;
 }
@@ -34,7 +34,8 @@ TEST (V3OfflineLength, IsExactlyTheRoundedProductForEveryFactor)
         {
             const Channels out = stretched (input, t, semitones);
             ASSERT_EQ (out.size(), 2u);
-            EXPECT_EQ (static_cast<long long> (out[0].size()), std::llround (t * 10007)) << "T " << t << " pitch " << semitones;
+            EXPECT_EQ (static_cast<long long> (out[0].size()), std::llround (t * 10007))
+                << "T " << t << " pitch " << semitones;
             EXPECT_EQ (out[0].size(), out[1].size());
         }
 }
@@ -104,7 +105,9 @@ TEST (V3Pitch, FormantFactorKeepsTheEnvelopeWhereItWas)
 // windows across the output, moves by less than 2 % and keeps its level.
 TEST (V3Steadiness, StretchedChordKeepsItsPartialsSteady)
 {
-    const std::vector<std::pair<double, double>> partials { { 261.63, 0.15 }, { 329.63, 0.15 }, { 392.0, 0.15 }, { 523.25, 0.1 } };
+    const std::vector<std::pair<double, double>> partials {
+        { 261.63, 0.15 }, { 329.63, 0.15 }, { 392.0, 0.15 }, { 523.25, 0.1 }
+    };
     const Channels input = chord (30000, partials);
     for (double t : { 0.8, 1.25, 2.0, 4.0 })
     {
@@ -153,7 +156,8 @@ TEST (V3Attacks, ClickTrainKeepsItsTimingAndStaysSharp)
             for (long i = want - 2000; i < want + 2000; ++i)
                 if (std::fabs (y[static_cast<size_t> (i)]) > std::fabs (y[static_cast<size_t> (best)]))
                     best = i;
-            EXPECT_LE (std::labs (best - want), t == 2.0 ? 1 : 2) << "T " << t << " click at " << click << " lands " << best - want;
+            EXPECT_LE (std::labs (best - want), t == 2.0 ? 1 : 2)
+                << "T " << t << " click at " << click << " lands " << best - want;
             if (t != 2.0)
                 continue;
             double near = 0.0, before = 0.0, total = 0.0;

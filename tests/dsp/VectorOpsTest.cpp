@@ -98,24 +98,41 @@ TEST_P (VectorOpsEveryTier, ElementwiseOperationsCoverEveryTail)
             std::vector<float> a = start;
             apply (a.data());
             for (int i = 0; i < n; ++i)
-                ASSERT_FLOAT_EQ (a[static_cast<size_t> (i)], expected (start[static_cast<size_t> (i)], b[static_cast<size_t> (i)]))
+                ASSERT_FLOAT_EQ (a[static_cast<size_t> (i)],
+                                 expected (start[static_cast<size_t> (i)], b[static_cast<size_t> (i)]))
                     << name << " n=" << n << " i=" << i;
             ASSERT_EQ (a[static_cast<size_t> (n)], start[static_cast<size_t> (n)]) << name << " wrote past n=" << n;
         };
-        check ("add", [&] (float* a) { ops.add (a, b.data(), n); }, [] (float x, float y) { return x + y; }, a0);
-        check ("subtract", [&] (float* a) { ops.subtract (a, b.data(), n); }, [] (float x, float y) { return x - y; }, a0);
-        check ("multiply", [&] (float* a) { ops.multiply (a, b.data(), n); }, [] (float x, float y) { return x * y; }, a0);
-        check ("divide", [&] (float* a) { ops.divide (a, b.data(), n); }, [] (float x, float y) { return x / y; }, a0);
-        check ("maxElementwise", [&] (float* a) { ops.maxElementwise (a, b.data(), n); },
-               [] (float x, float y) { return std::max (x, y); }, a0);
-        check ("addScalar", [&] (float* a) { ops.addScalar (a, 0.25f, n); }, [] (float x, float) { return x + 0.25f; }, a0);
-        check ("multiplyScalar", [&] (float* a) { ops.multiplyScalar (a, -3.0f, n); }, [] (float x, float) { return x * -3.0f; }, a0);
-        check ("clampBelow", [&] (float* a) { ops.clampBelow (a, 0.1f, n); }, [] (float x, float) { return std::max (x, 0.1f); }, s);
-        check ("zero", [&] (float* a) { ops.zero (a, n); }, [] (float, float) { return 0.0f; }, a0);
-        check ("absolute", [&] (float* a) { ops.absolute (a, n); }, [] (float x, float) { return std::fabs (x); }, s);
-        check ("squareRoot", [&] (float* a) { ops.squareRoot (a, n); }, [] (float x, float) { return std::sqrt (x); }, a0);
-        check ("exp", [&] (float* a) { ops.exp (a, n); }, [] (float x, float) { return std::exp (x); }, s);
-        check ("log", [&] (float* a) { ops.log (a, n); }, [] (float x, float) { return std::log (x); }, a0);
+        check (
+            "add", [&] (float* a) { ops.add (a, b.data(), n); }, [] (float x, float y) { return x + y; }, a0);
+        check (
+            "subtract", [&] (float* a) { ops.subtract (a, b.data(), n); }, [] (float x, float y) { return x - y; }, a0);
+        check (
+            "multiply", [&] (float* a) { ops.multiply (a, b.data(), n); }, [] (float x, float y) { return x * y; }, a0);
+        check (
+            "divide", [&] (float* a) { ops.divide (a, b.data(), n); }, [] (float x, float y) { return x / y; }, a0);
+        check (
+            "maxElementwise", [&] (float* a) { ops.maxElementwise (a, b.data(), n); },
+            [] (float x, float y) { return std::max (x, y); }, a0);
+        check (
+            "addScalar", [&] (float* a) { ops.addScalar (a, 0.25f, n); }, [] (float x, float) { return x + 0.25f; },
+            a0);
+        check (
+            "multiplyScalar", [&] (float* a) { ops.multiplyScalar (a, -3.0f, n); },
+            [] (float x, float) { return x * -3.0f; }, a0);
+        check (
+            "clampBelow", [&] (float* a) { ops.clampBelow (a, 0.1f, n); },
+            [] (float x, float) { return std::max (x, 0.1f); }, s);
+        check (
+            "zero", [&] (float* a) { ops.zero (a, n); }, [] (float, float) { return 0.0f; }, a0);
+        check (
+            "absolute", [&] (float* a) { ops.absolute (a, n); }, [] (float x, float) { return std::fabs (x); }, s);
+        check (
+            "squareRoot", [&] (float* a) { ops.squareRoot (a, n); }, [] (float x, float) { return std::sqrt (x); }, a0);
+        check (
+            "exp", [&] (float* a) { ops.exp (a, n); }, [] (float x, float) { return std::exp (x); }, s);
+        check (
+            "log", [&] (float* a) { ops.log (a, n); }, [] (float x, float) { return std::log (x); }, a0);
     }
 }
 
@@ -177,7 +194,8 @@ TEST_P (VectorOpsEveryTier, SpectrumOperationsKeepDcAndNyquistReal)
         ops.conjugate (conjugated.data(), n);
         EXPECT_EQ (conjugated[1], a0[1]); // the Nyquist bin is real, not an imaginary part
         for (int i = 2; i < n; ++i)
-            EXPECT_EQ (conjugated[static_cast<size_t> (i)], i % 2 ? -a0[static_cast<size_t> (i)] : a0[static_cast<size_t> (i)]);
+            EXPECT_EQ (conjugated[static_cast<size_t> (i)],
+                       i % 2 ? -a0[static_cast<size_t> (i)] : a0[static_cast<size_t> (i)]);
 
         std::vector<float> magnitudes (static_cast<size_t> (n / 2 + 1)), phases (static_cast<size_t> (n / 2 + 1));
         ops.magnitude (magnitudes.data(), a0.data(), n);
@@ -230,7 +248,9 @@ TEST_P (VectorOpsEveryTier, PhasesWrapIntoOneTurnAndGiveTheirSinesAndCosines)
 }
 
 INSTANTIATE_TEST_SUITE_P (Floor, VectorOpsEveryTier, ::testing::ValuesIn (kAllTiers),
-                          [] (const ::testing::TestParamInfo<int>& test) { return "tier" + std::to_string (test.param); });
+                          [] (const ::testing::TestParamInfo<int>& test) {
+                              return "tier" + std::to_string (test.param);
+                          });
 
 // The correlator against the direct sum, on every tier.
 TEST_P (VectorOpsEveryTier, CorrelationPutsEachLagWhereItBelongs)

@@ -63,11 +63,11 @@ TEST (LoopRender, EveryLoopOverwritesItsRegion)
                 for (int i = 0; i < 96; ++i)
                 {
                     const bool inRegion = i >= 16 && i < 80;
-                    const float expected = ! inRegion ? 0.75f
+                    const float expected = ! inRegion                        ? 0.75f
                                            : (playing && loop == withSource) ? HashSource::valueAt (i - 16, c)
-                                                                              : 0.0f;
-                    ASSERT_EQ (buffer.getSample (c, i), expected) << "playing " << playing << " loop "
-                                                                  << engine.indexOfLoop (loop) << " sample " << i;
+                                                                             : 0.0f;
+                    ASSERT_EQ (buffer.getSample (c, i), expected)
+                        << "playing " << playing << " loop " << engine.indexOfLoop (loop) << " sample " << i;
                 }
         }
 }

@@ -186,8 +186,7 @@ TEST (MasterTimeline, CountsBarsAtTheOutputTempoAndSamplesWithoutOne)
 // real change and not on every block; a tempo beyond the range is held at
 // its edge and compares equal as well.
 class HostTempo : public ::testing::TestWithParam<std::pair<double, double>>
-{
-};
+{};
 
 TEST_P (HostTempo, IsTakenAsItIsAndFlushesTheReadAheadOncePerChange)
 {

@@ -13,8 +13,7 @@ bool isCleanSample (float v)
 } // namespace
 
 class SampleRateConversion : public ::testing::TestWithParam<double>
-{
-};
+{};
 
 TEST_P (SampleRateConversion, DeliversEveryHostSampleCleanlyAndPullsTheEngineAtItsOwnRate)
 {

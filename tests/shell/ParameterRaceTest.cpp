@@ -27,7 +27,8 @@ TEST (ParameterRace, WritersOnOtherThreadsAndTheRenderThreadShareLoopParameters)
     auto* engineParameters = processor.getEngine().getControllable();
     std::vector<qvrControllableAPI::ParameterDefPtr> dispatched;
     for (int i = 0; i < kLoops; ++i)
-        for (const char* name : { ".gain.xyMode", ".balance.xyMode", ".filterFrequency.xyMode", ".resamplingRatio.fine" })
+        for (const char* name :
+             { ".gain.xyMode", ".balance.xyMode", ".filterFrequency.xyMode", ".resamplingRatio.fine" })
         {
             dispatched.push_back (engineParameters->findParameter ("loop" + juce::String (i) + name));
             ASSERT_NE (dispatched.back(), nullptr) << i << name;

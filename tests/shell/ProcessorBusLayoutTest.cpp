@@ -13,14 +13,13 @@ juce::AudioProcessor::BusesLayout layoutWithBuses (const TavrinePluginProcessor&
 {
     auto layout = processor.getBusesLayout();
     for (int b = 0; b < layout.outputBuses.size(); ++b)
-        layout.outputBuses.getReference (b) =
-            b < enabledBuses ? juce::AudioChannelSet::stereo() : juce::AudioChannelSet::disabled();
+        layout.outputBuses.getReference (b) = b < enabledBuses ? juce::AudioChannelSet::stereo()
+                                                               : juce::AudioChannelSet::disabled();
     return layout;
 }
 
 class ProcessorBusLayout : public ::testing::TestWithParam<double>
-{
-};
+{};
 } // namespace
 
 // Hosts (Ardour among them) enable and disable output buses while the plug-in

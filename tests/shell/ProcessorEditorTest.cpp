@@ -32,7 +32,10 @@ struct FactoryCall
 // Installs a factory for one test: the factory is process-wide.
 struct ScopedEditorFactory
 {
-    explicit ScopedEditorFactory (TavrinePluginProcessor::EditorFactory f) { TavrinePluginProcessor::setEditorFactory (f); }
+    explicit ScopedEditorFactory (TavrinePluginProcessor::EditorFactory f)
+    {
+        TavrinePluginProcessor::setEditorFactory (f);
+    }
     ~ScopedEditorFactory() { TavrinePluginProcessor::setEditorFactory (nullptr); }
 };
 } // namespace

@@ -10,9 +10,11 @@ TEST (ProcessorHostTable, PublishesNineParametersPerKeyInTableOrder)
     const auto& parameters = processor.getParameters();
     ASSERT_EQ (parameters.size(), 648);
 
-    const char* rows[] = { "Begin", "Length", "Volume", "Pan", "Cutoff", "Resonance", "Reverse", "Resampling", "Finetuning" };
-    const char* paths[] = { "nextBeginLoop", "nextLoopLength", "gain.xyMode", "balance.xyMode", "filterFrequency.xyMode",
-                            "filterQ.xyMode", "globalReverse", "resamplingRatio.xyMode", "resamplingRatio.fine" };
+    const char* rows[] = { "Begin",     "Length",  "Volume",     "Pan",       "Cutoff",
+                           "Resonance", "Reverse", "Resampling", "Finetuning" };
+    const char* paths[] = { "nextBeginLoop",  "nextLoopLength",         "gain.xyMode",
+                            "balance.xyMode", "filterFrequency.xyMode", "filterQ.xyMode",
+                            "globalReverse",  "resamplingRatio.xyMode", "resamplingRatio.fine" };
     for (int key = 0; key < 72; ++key)
         for (int row = 0; row < 9; ++row)
         {

@@ -45,8 +45,7 @@ enum class MessageThreadProcessor
 };
 
 class ProcessorLifetime : public ::testing::TestWithParam<MessageThreadProcessor>
-{
-};
+{};
 } // namespace
 
 // A host that builds and destroys the plug-in on its own thread (JUCE's LV2

@@ -16,8 +16,7 @@ struct Note
 
 // Renders `total` samples in blocks of `blockSize`, the notes placed at their
 // absolute sample, and returns the triggers the engine saw.
-std::vector<TriggerEvent> renderNotes (const std::vector<Note>& notes, int total, int blockSize,
-                                       int channel = 1)
+std::vector<TriggerEvent> renderNotes (const std::vector<Note>& notes, int total, int blockSize, int channel = 1)
 {
     TavrinePluginProcessor processor;
     FakePlayHead head;
@@ -34,8 +33,9 @@ std::vector<TriggerEvent> renderNotes (const std::vector<Note>& notes, int total
         for (const auto& n : notes)
             if (n.sample >= start && n.sample < start + blockSize)
             {
-                const auto message = n.velocity < 0 ? juce::MidiMessage::noteOff (channel, n.note)
-                                                    : juce::MidiMessage::noteOn (channel, n.note, (juce::uint8) n.velocity);
+                const auto message = n.velocity < 0
+                                         ? juce::MidiMessage::noteOff (channel, n.note)
+                                         : juce::MidiMessage::noteOn (channel, n.note, (juce::uint8) n.velocity);
                 midi.addEvent (message, n.sample - start);
             }
         processor.processBlock (buffer, midi);
@@ -50,13 +50,27 @@ TEST (ProcessorMidi, NotesOnAnyChannelTriggerTheirKeyOnTheirSample)
 {
     // Keys 36..107 only; velocity 0 releases like a note-off; offset 0 fires
     // before any audio of its block and the last offset leaves one sample after it.
-    const auto events = renderNotes ({ { 0, 40, 100 }, { 10, 35, 100 }, { 20, 108, 100 }, { 30, 36, 100 },
-                                       { 40, 107, 100 }, { 50, 60, 100 }, { 100, 60, 0 }, { 110, 61, 90 },
-                                       { 120, 61, -1 }, { 511, 41, 100 }, { 512, 42, 100 } },
+    const auto events = renderNotes ({ { 0, 40, 100 },
+                                       { 10, 35, 100 },
+                                       { 20, 108, 100 },
+                                       { 30, 36, 100 },
+                                       { 40, 107, 100 },
+                                       { 50, 60, 100 },
+                                       { 100, 60, 0 },
+                                       { 110, 61, 90 },
+                                       { 120, 61, -1 },
+                                       { 511, 41, 100 },
+                                       { 512, 42, 100 } },
                                      1024, 512, 7);
-    EXPECT_EQ (events, (std::vector<TriggerEvent> { { 4, true, 0 }, { 0, true, 30 }, { 71, true, 40 }, { 24, true, 50 },
-                                                    { 24, false, 100 }, { 25, true, 110 }, { 25, false, 120 },
-                                                    { 5, true, 511 }, { 6, true, 512 } }));
+    EXPECT_EQ (events, (std::vector<TriggerEvent> { { 4, true, 0 },
+                                                    { 0, true, 30 },
+                                                    { 71, true, 40 },
+                                                    { 24, true, 50 },
+                                                    { 24, false, 100 },
+                                                    { 25, true, 110 },
+                                                    { 25, false, 120 },
+                                                    { 5, true, 511 },
+                                                    { 6, true, 512 } }));
 }
 
 TEST (ProcessorMidi, VelocityGoesToTheLoopsFineGain)
@@ -75,7 +89,8 @@ TEST (ProcessorMidi, TriggersLandOnTheSameSampleWhateverTheBlockSize)
     std::vector<Note> notes;
     juce::Random random (1234);
     for (int i = 0; i < 60; ++i)
-        notes.push_back ({ random.nextInt (20000), 36 + random.nextInt (72), i % 3 == 0 ? -1 : 1 + random.nextInt (127) });
+        notes.push_back (
+            { random.nextInt (20000), 36 + random.nextInt (72), i % 3 == 0 ? -1 : 1 + random.nextInt (127) });
     std::stable_sort (notes.begin(), notes.end(), [] (const Note& a, const Note& b) { return a.sample < b.sample; });
 
     const auto reference = renderNotes (notes, 20480, 4096);

@@ -105,7 +105,6 @@ TEST_F (Settings, EveryStoredSettingSurvivesARestartAsItsConvertersText)
     EXPECT_EQ (stored (file, "enableMultipleOutputs"), "<absent>");
     EXPECT_EQ (stored (file, "prelistenLevelDb"), "<absent>");
 
-
     TavrineSettings settings;
     EXPECT_FALSE (settings.enablePrelistenSyncOnStartup.read());
     EXPECT_TRUE (settings.enableMasterRealtimeStretching.read());

@@ -12,10 +12,10 @@
 #define TAVRINE_COUNT_C_ALLOCATIONS 1
 extern "C"
 {
-void* __libc_malloc (std::size_t);
-void* __libc_calloc (std::size_t, std::size_t);
-void* __libc_realloc (void*, std::size_t);
-void* __libc_memalign (std::size_t, std::size_t);
+    void* __libc_malloc (std::size_t);
+    void* __libc_calloc (std::size_t, std::size_t);
+    void* __libc_realloc (void*, std::size_t);
+    void* __libc_memalign (std::size_t, std::size_t);
 }
 #endif
 
@@ -25,9 +25,15 @@ thread_local std::size_t threadAllocations = 0;
 
 #if TAVRINE_COUNT_C_ALLOCATIONS
 // operator new counts once: it takes its memory from the uncounted allocator.
-void* rawMalloc (std::size_t size) noexcept { return __libc_malloc (size); }
+void* rawMalloc (std::size_t size) noexcept
+{
+    return __libc_malloc (size);
+}
 #else
-void* rawMalloc (std::size_t size) noexcept { return std::malloc (size); }
+void* rawMalloc (std::size_t size) noexcept
+{
+    return std::malloc (size);
+}
 #endif
 
 void* allocate (std::size_t size)
@@ -56,31 +62,40 @@ void* allocateAligned (std::size_t size, std::align_val_t alignment)
 #if TAVRINE_COUNT_C_ALLOCATIONS
 extern "C"
 {
-void* malloc (std::size_t size)
-{
-    ++threadAllocations;
-    return __libc_malloc (size);
-}
-void* calloc (std::size_t count, std::size_t size)
-{
-    ++threadAllocations;
-    return __libc_calloc (count, size);
-}
-void* realloc (void* p, std::size_t size)
-{
-    ++threadAllocations;
-    return __libc_realloc (p, size);
-}
+    void* malloc (std::size_t size)
+    {
+        ++threadAllocations;
+        return __libc_malloc (size);
+    }
+    void* calloc (std::size_t count, std::size_t size)
+    {
+        ++threadAllocations;
+        return __libc_calloc (count, size);
+    }
+    void* realloc (void* p, std::size_t size)
+    {
+        ++threadAllocations;
+        return __libc_realloc (p, size);
+    }
 }
 #endif
 
 namespace tavrine::test
 {
-std::size_t allocationsOnThisThread() noexcept { return threadAllocations; }
+std::size_t allocationsOnThisThread() noexcept
+{
+    return threadAllocations;
+}
 } // namespace tavrine::test
 
-void* operator new (std::size_t size) { return allocate (size); }
-void* operator new[] (std::size_t size) { return allocate (size); }
+void* operator new (std::size_t size)
+{
+    return allocate (size);
+}
+void* operator new[] (std::size_t size)
+{
+    return allocate (size);
+}
 void* operator new (std::size_t size, const std::nothrow_t&) noexcept
 {
     ++threadAllocations;
@@ -91,13 +106,43 @@ void* operator new[] (std::size_t size, const std::nothrow_t&) noexcept
     ++threadAllocations;
     return rawMalloc (size == 0 ? 1 : size);
 }
-void* operator new (std::size_t size, std::align_val_t a) { return allocateAligned (size, a); }
-void* operator new[] (std::size_t size, std::align_val_t a) { return allocateAligned (size, a); }
-void operator delete (void* p) noexcept { std::free (p); }
-void operator delete[] (void* p) noexcept { std::free (p); }
-void operator delete (void* p, std::size_t) noexcept { std::free (p); }
-void operator delete[] (void* p, std::size_t) noexcept { std::free (p); }
-void operator delete (void* p, std::align_val_t) noexcept { std::free (p); }
-void operator delete[] (void* p, std::align_val_t) noexcept { std::free (p); }
-void operator delete (void* p, std::size_t, std::align_val_t) noexcept { std::free (p); }
-void operator delete[] (void* p, std::size_t, std::align_val_t) noexcept { std::free (p); }
+void* operator new (std::size_t size, std::align_val_t a)
+{
+    return allocateAligned (size, a);
+}
+void* operator new[] (std::size_t size, std::align_val_t a)
+{
+    return allocateAligned (size, a);
+}
+void operator delete (void* p) noexcept
+{
+    std::free (p);
+}
+void operator delete[] (void* p) noexcept
+{
+    std::free (p);
+}
+void operator delete (void* p, std::size_t) noexcept
+{
+    std::free (p);
+}
+void operator delete[] (void* p, std::size_t) noexcept
+{
+    std::free (p);
+}
+void operator delete (void* p, std::align_val_t) noexcept
+{
+    std::free (p);
+}
+void operator delete[] (void* p, std::align_val_t) noexcept
+{
+    std::free (p);
+}
+void operator delete (void* p, std::size_t, std::align_val_t) noexcept
+{
+    std::free (p);
+}
+void operator delete[] (void* p, std::size_t, std::align_val_t) noexcept
+{
+    std::free (p);
+}

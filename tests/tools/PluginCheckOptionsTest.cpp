@@ -23,8 +23,7 @@ struct RefusedCase
 };
 
 class PluginCheckOptionsRefused : public ::testing::TestWithParam<RefusedCase>
-{
-};
+{};
 } // namespace
 
 TEST (PluginCheckOptions, Lv2TakesItsUriInEitherOrderAndResolvesTheBundle)

@@ -57,8 +57,10 @@ std::unique_ptr<juce::PluginDescription> findPlugin (juce::AudioPluginFormat& fo
         format.findAllTypesForFile (types, options.uri);
         if (! types.isEmpty())
         {
-            report.fail (options.uri + " is installed in a system LV2 folder; remove that copy, it would be "
-                         "tested instead of " + options.bundle.getFullPathName());
+            report.fail (options.uri
+                         + " is installed in a system LV2 folder; remove that copy, it would be "
+                           "tested instead of "
+                         + options.bundle.getFullPathName());
             return nullptr;
         }
         if (! sandbox.linkIntoLv2Folder (options.bundle))

@@ -19,14 +19,22 @@ std::vector<juce::MidiMessage> makeMidiScript()
 {
     using Midi = juce::MidiMessage;
     return {
-        Midi::noteOn (1, 36, (juce::uint8) 100),   Midi::noteOn (1, 60, (juce::uint8) 80),
-        Midi::noteOn (16, 107, (juce::uint8) 127), Midi::noteOn (1, 35, (juce::uint8) 100),
-        Midi::noteOn (1, 108, (juce::uint8) 100),  Midi::controllerEvent (1, 7, 0),
-        Midi::pitchWheel (1, 0),                   Midi::noteOff (1, 36, (juce::uint8) 0),
-        Midi::noteOn (1, 60, (juce::uint8) 0),     Midi::noteOff (16, 107, (juce::uint8) 64),
-        Midi::noteOff (1, 35, (juce::uint8) 0),    Midi::noteOff (1, 108, (juce::uint8) 0),
-        Midi::programChange (1, 3),                Midi::noteOn (2, 36, (juce::uint8) 1),
-        Midi::noteOn (2, 36, (juce::uint8) 127),   Midi::noteOff (2, 36, (juce::uint8) 0),
+        Midi::noteOn (1, 36, (juce::uint8) 100),
+        Midi::noteOn (1, 60, (juce::uint8) 80),
+        Midi::noteOn (16, 107, (juce::uint8) 127),
+        Midi::noteOn (1, 35, (juce::uint8) 100),
+        Midi::noteOn (1, 108, (juce::uint8) 100),
+        Midi::controllerEvent (1, 7, 0),
+        Midi::pitchWheel (1, 0),
+        Midi::noteOff (1, 36, (juce::uint8) 0),
+        Midi::noteOn (1, 60, (juce::uint8) 0),
+        Midi::noteOff (16, 107, (juce::uint8) 64),
+        Midi::noteOff (1, 35, (juce::uint8) 0),
+        Midi::noteOff (1, 108, (juce::uint8) 0),
+        Midi::programChange (1, 3),
+        Midi::noteOn (2, 36, (juce::uint8) 1),
+        Midi::noteOn (2, 36, (juce::uint8) 127),
+        Midi::noteOff (2, 36, (juce::uint8) 0),
     };
 }
 
@@ -91,8 +99,14 @@ void render (juce::AudioPluginInstance& instance, const RenderPass& pass, CheckR
         {
             case 1: add (0); break;
             case 2: add (last); break;
-            case 3: add (last / 2); add (last / 2); break;
-            case 4: for (int i = 0; i < 3; ++i) add (random.nextInt (pass.blockSize)); break;
+            case 3:
+                add (last / 2);
+                add (last / 2);
+                break;
+            case 4:
+                for (int i = 0; i < 3; ++i)
+                    add (random.nextInt (pass.blockSize));
+                break;
             default: break;
         }
 

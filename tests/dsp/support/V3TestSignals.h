@@ -32,7 +32,8 @@ inline void referenceFft (std::vector<std::complex<double>>& a, bool inverse)
         for (size_t start = 0; start < n; start += len)
             for (size_t k = 0; k < len / 2; ++k)
             {
-                const std::complex<double> w (std::cos (angle * static_cast<double> (k)), std::sin (angle * static_cast<double> (k)));
+                const std::complex<double> w (std::cos (angle * static_cast<double> (k)),
+                                              std::sin (angle * static_cast<double> (k)));
                 const std::complex<double> u = a[start + k], v = a[start + k + len / 2] * w;
                 a[start + k] = u + v;
                 a[start + k + len / 2] = u - v;
@@ -143,7 +144,12 @@ struct Resonator
 // hit); the sides differ in level and noise.
 inline Material drumLoop()
 {
-    enum { kick, snare, hat };
+    enum
+    {
+        kick,
+        snare,
+        hat
+    };
     const int pattern[] = { kick, hat, snare, kick, kick, hat, snare, hat };
     Material m;
     m.audio.assign (2, std::vector<float> (static_cast<size_t> (secondsToFrames (2.1)), 0.0f));
@@ -166,7 +172,9 @@ inline Material drumLoop()
                     v = 0.8 * std::sin (phase) * std::exp (-t / 0.04);
                 }
                 else if (pattern[step] == snare)
-                    v = (c == 0 ? 0.6 : 0.45) * (0.6 * w * std::exp (-t / 0.035) + 0.5 * std::sin (2.0 * kPi * 190.0 * t) * std::exp (-t / 0.04));
+                    v = (c == 0 ? 0.6 : 0.45)
+                        * (0.6 * w * std::exp (-t / 0.035)
+                           + 0.5 * std::sin (2.0 * kPi * 190.0 * t) * std::exp (-t / 0.04));
                 else
                     v = (c == 0 ? 0.25 : 0.4) * (w - previous) * std::exp (-t / 0.012);
                 previous = w;
@@ -197,7 +205,8 @@ inline Material bassLine()
             double v = 0.0;
             for (int h = 1; h * hz < 4000.0; ++h)
                 v += std::sin (h * phase) / (h * (1.0 + (h * hz / 300.0) * (h * hz / 300.0)));
-            const double fade = std::min ({ 1.0, (i - secondsToFrames (0.05)) / (0.005 * kRate), (secondsToFrames (2.05) - i) / (0.02 * kRate) });
+            const double fade = std::min (
+                { 1.0, (i - secondsToFrames (0.05)) / (0.005 * kRate), (secondsToFrames (2.05) - i) / (0.02 * kRate) });
             x[static_cast<size_t> (i)] = static_cast<float> (0.45 * v * fade * (0.65 + 0.35 * std::exp (-t / 0.08)));
         }
     }
@@ -227,12 +236,14 @@ inline Material chordPad()
             for (int i = 0; i < frames; ++i)
             {
                 const double t = i / kRate;
-                const double shape = std::min ({ 1.0, 0.5 - 0.5 * std::cos (kPi * std::min (1.0, t / 0.4)), (2.0 - t) / 0.1 });
+                const double shape = std::min (
+                    { 1.0, 0.5 - 0.5 * std::cos (kPi * std::min (1.0, t / 0.4)), (2.0 - t) / 0.1 });
                 double v = 0.0;
                 for (int h = 1; h <= 4; ++h)
                     v += std::sin (2.0 * kPi * h * hz * t + start[h]) / h;
                 for (int c = 0; c < 2; ++c)
-                    m.audio[static_cast<size_t> (c)][static_cast<size_t> (i)] += static_cast<float> ((c == voice ? 0.8 : 0.2) * 0.12 * shape * v);
+                    m.audio[static_cast<size_t> (c)][static_cast<size_t> (i)] += static_cast<float> (
+                        (c == voice ? 0.8 : 0.2) * 0.12 * shape * v);
             }
         }
     }
@@ -260,7 +271,8 @@ inline Material speechLike()
     double phase = 0.0, previousFlow = 0.0, previousHiss = 0.0;
     for (int s = 0; s < 7; ++s)
     {
-        const int burst = secondsToFrames (0.02 + 0.28 * s), vowel = burst + secondsToFrames (0.05), end = vowel + secondsToFrames (0.19);
+        const int burst = secondsToFrames (0.02 + 0.28 * s), vowel = burst + secondsToFrames (0.05),
+                  end = vowel + secondsToFrames (0.19);
         m.bursts.push_back ({ burst, vowel, 0.0 });
         m.events.push_back ({ vowel, end, 0.0 });
         for (int f = 0; f < 4; ++f)
@@ -275,8 +287,11 @@ inline Material speechLike()
             }
             phase = std::fmod (phase + speechPitchHz (i / kRate) / kRate, 1.0);
             // Glottal flow: opens over 40 % of the period, closes over 20 %.
-            const double flow = phase < 0.4 ? 0.5 - 0.5 * std::cos (kPi * phase / 0.4) : (phase < 0.6 ? std::cos (kPi * (phase - 0.4) / 0.4) : 0.0);
-            double y = i < vowel ? 0.0 : (flow - previousFlow) * std::min (1.0, std::min (i - vowel, end - i) / (0.02 * kRate));
+            const double flow = phase < 0.4 ? 0.5 - 0.5 * std::cos (kPi * phase / 0.4)
+                                            : (phase < 0.6 ? std::cos (kPi * (phase - 0.4) / 0.4) : 0.0);
+            double y = i < vowel
+                           ? 0.0
+                           : (flow - previousFlow) * std::min (1.0, std::min (i - vowel, end - i) / (0.02 * kRate));
             previousFlow = flow;
             for (Resonator& r : tract)
                 y = r.process (y);
@@ -284,7 +299,9 @@ inline Material speechLike()
         }
     }
     // Vowels peak at 0.6, consonants at 0.2.
-    auto peak = [] (const std::vector<double>& v) { return std::max (*std::max_element (v.begin(), v.end()), -*std::min_element (v.begin(), v.end())); };
+    auto peak = [] (const std::vector<double>& v) {
+        return std::max (*std::max_element (v.begin(), v.end()), -*std::min_element (v.begin(), v.end()));
+    };
     const double voicedGain = 0.6 / peak (voiced), unvoicedGain = 0.2 / peak (unvoiced);
     std::vector<float> x (voiced.size());
     for (size_t i = 0; i < x.size(); ++i)

@@ -39,7 +39,9 @@ void copyName (String128 destination, const char* source)
     destination[i] = 0;
 }
 
-class BareSine final : public IComponent, public IAudioProcessor, public IEditController
+class BareSine final : public IComponent,
+                       public IAudioProcessor,
+                       public IEditController
 {
 public:
     // FUnknown
@@ -264,11 +266,17 @@ public:
 
 extern "C"
 {
-SMTG_EXPORT_SYMBOL bool ModuleEntry (void*) { return true; }
-SMTG_EXPORT_SYMBOL bool ModuleExit() { return true; }
-SMTG_EXPORT_SYMBOL IPluginFactory* PLUGIN_API GetPluginFactory()
-{
-    static BareSineFactory factory;
-    return &factory;
-}
+    SMTG_EXPORT_SYMBOL bool ModuleEntry (void*)
+    {
+        return true;
+    }
+    SMTG_EXPORT_SYMBOL bool ModuleExit()
+    {
+        return true;
+    }
+    SMTG_EXPORT_SYMBOL IPluginFactory* PLUGIN_API GetPluginFactory()
+    {
+        static BareSineFactory factory;
+        return &factory;
+    }
 }

@@ -65,8 +65,7 @@ private:
         to = juce::jmin (to, buffer.getNumSamples());
         if (note < 0 || from >= to)
             return;
-        const double step = juce::MathConstants<double>::twoPi
-                            * juce::MidiMessage::getMidiNoteInHertz (note) / rateHz;
+        const double step = juce::MathConstants<double>::twoPi * juce::MidiMessage::getMidiNoteInHertz (note) / rateHz;
         for (int i = from; i < to; ++i)
         {
             const auto value = (float) (0.25 * std::sin (phase));
