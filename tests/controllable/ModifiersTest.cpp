@@ -5,10 +5,12 @@
 #include "controllable/handle/ParamDefHandle.h"
 #include "controllable/lib/ShortcutValue.h"
 #include "controllable/lib/ValueModifiers.h"
+#include "tests/support/RecordingListener.h"
 
 using namespace qvrControllableAPI;
 using namespace qvrControllableHandle;
 using namespace qvrControllableLib;
+using tavrine::test::RecordingListener;
 
 namespace
 {
@@ -117,8 +119,13 @@ TEST (ModifiersForwardingView, WritesClampInDecibelsThenInTheSourcesUnits)
     EXPECT_NEAR (v.gain.read(), 1e-4, 1e-10);
 
     // Reading is not clamped: silence reads far below the view's minimum.
+    // A listener on the view hears each change of the source once.
+    RecordingListener listener;
+    v.gainDb->addChangeListener (&listener, true);
     v.gain.write (0.0);
+    EXPECT_EQ (listener.calls.load(), 1);
     EXPECT_NEAR (v.gainDb->getValue()->getFloat(), -320.0, 1e-6);
+    v.gainDb->removeChangeListener (&listener, true);
 
     GainWithDbView wide (-80.0, 12.0); // wider than the gain: its 2.0 holds
     wide.gainDb->getValue()->setFloat (12.0);
