@@ -76,26 +76,6 @@ TEST (Notification, ChangesOffTheMessageThreadReachAsyncListenersThroughTheFifoI
     p->removeChangeListener (&async, false);
 }
 
-TEST (Notification, CancelledEntriesAreSkippedAndCancellingNothingSaysSo)
-{
-    FloatParamDefHandle p ("p"), q ("q");
-    RecordingListener listener;
-    p->addChangeListener (&listener, false);
-    q->addChangeListener (&listener, false);
-    std::thread writer ([&] {
-        p->getValue()->setFloat (1.0);
-        q->getValue()->setFloat (1.0);
-    });
-    writer.join();
-    EXPECT_TRUE (ParameterTypes::floatType().cancelChanges (p.get()));
-    EXPECT_FALSE (ParameterTypes::floatType().cancelChanges (p.get()));
-    ParameterTypes::floatType().drainChanges();
-    ASSERT_EQ (listener.seen.size(), 1u);
-    EXPECT_EQ (listener.seen[0], q.get());
-    p->removeChangeListener (&listener, false);
-    q->removeChangeListener (&listener, false);
-}
-
 TEST (Notification, AutomationWritesOnAnotherThreadAllocateNothing)
 {
     FloatParamDefHandle p ("p");
