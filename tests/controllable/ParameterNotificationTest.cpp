@@ -102,6 +102,7 @@ TEST (Notification, AutomationWritesOnAnotherThreadAllocateNothing)
     audio.join();
     EXPECT_EQ (allocations, 0u);
     EXPECT_DOUBLE_EQ (p.read(), 4.0 * 0.99f);
+    EXPECT_EQ (l2.calls.load(), 0); // the async listeners wait in the FIFO
 
     ParameterTypes::drainAll();
     EXPECT_EQ (l2.calls.load(), 999); // the first write stores the value it already had

@@ -53,28 +53,6 @@ TEST (ProcessorHostTable, HostValuesMapTheLoopRangesOntoZeroToOne)
     EXPECT_EQ (fine->getText (0.5f, 20), "1");
 }
 
-TEST (ProcessorHostTable, HostAutomationFromAnotherThreadReachesAsyncListenersOnTheMessageThread)
-{
-    TavrinePluginProcessor processor;
-    auto gainPath = processor.getEngine().getControllable()->findParameter ("loop5.gain.xyMode");
-    ASSERT_NE (gainPath, nullptr);
-    RecordingListener listener;
-    std::atomic<bool> onMessageThread { true };
-    listener.onChange = [&] (auto*) {
-        onMessageThread = onMessageThread && juce::MessageManager::getInstance()->isThisTheMessageThread();
-    };
-    gainPath->addChangeListener (&listener, false);
-
-    runOnAudioThread ([&] { processor.getParameters()[9 * 5 + 2]->setValue (0.25f); });
-    EXPECT_DOUBLE_EQ (processor.getEngine().getLoop (5)->gainXy.read(), 0.5);
-    EXPECT_EQ (listener.calls.load(), 0); // not yet: it waits in the FIFO
-
-    qvrControllableLib::ParameterTypes::drainAll();
-    EXPECT_GE (listener.calls.load(), 1);
-    EXPECT_TRUE (onMessageThread.load());
-    gainPath->removeChangeListener (&listener, false);
-}
-
 TEST (ProcessorState, AnyStateBlockIsSurvivedAndMarksTheStateRestored)
 {
     TavrinePluginProcessor processor;
