@@ -169,17 +169,6 @@ TEST_F (Settings, AnUnreadableFileGivesTheDefaultsAndIsLeftAsItIs)
     EXPECT_EQ (settings.tooltipDelayMs.read(), 250);
 }
 
-TEST_F (Settings, MultipleOutputsIsRealtimeStretchingInverted)
-{
-    writeEntries (settingsFile(), { { "enableMasterRealtimeStretching", "true" } });
-    TavrineSettings settings;
-    EXPECT_FALSE (settings.enableMultipleOutputs->getValue()->getBool());
-    EXPECT_EQ (settings.enableMultipleOutputs->getValue()->setBool (true), kOk);
-    EXPECT_FALSE (settings.enableMasterRealtimeStretching.read());
-    EXPECT_EQ (stored (settingsFile(), "enableMasterRealtimeStretching"), "false");
-    EXPECT_EQ (stored (settingsFile(), "enableMultipleOutputs"), "<absent>");
-}
-
 TEST_F (Settings, FoldersStartInTheirDefaultsRememberTheLastChoiceAndAreCreatedAgain)
 {
     const auto samples = home.getChildFile ("Samples");
