@@ -88,6 +88,42 @@ TEST (EngineThreads, SettingsWrittenOnAnotherThreadChangeKeysOnlyOnTheAudioThrea
     engine.getAudioSource()->releaseResources();
 }
 
+TEST (EngineThreads, TempoWrittenOnAnotherThreadWhileKeysPlayChangesKeysOnlyOnTheAudioThread)
+{
+    // A user who drags the master tempo while the host renders: in real time
+    // the stretch factor follows on the writing thread, without it every
+    // change stops the keys, which only the audio thread may do.
+    for (const bool realtime : { true, false })
+    {
+        TavrineEngine engine;
+        auto& master = engine.getMasterChain();
+        master.outputBpm.write (120.0);
+        master.setRealtimeStretching (realtime);
+        engine.getAudioSource()->prepareToPlay (128, 44100.0);
+        TriggerThreadWatch watch (engine);
+
+        std::atomic<bool> writing { true };
+        std::thread audio ([&] {
+            watch.audioThread = std::this_thread::get_id();
+            juce::AudioBuffer<float> buffer (2, 128);
+            for (int block = 0; writing.load() || block < 64; ++block)
+            {
+                engine.triggerKey (block % 12, TavrineEngine::Key::on);
+                engine.getAudioSource()->getNextAudioBlock (juce::AudioSourceChannelInfo (buffer));
+            }
+        });
+        for (int i = 0; i < 300; ++i)
+        {
+            master.masterBpm.write (i % 2 == 0 ? 96.0 : 140.0);
+            std::this_thread::yield();
+        }
+        writing = false;
+        audio.join();
+        EXPECT_EQ (watch.offThreadChanges.load(), 0) << (realtime ? "realtime" : "stopping");
+        engine.getAudioSource()->releaseResources();
+    }
+}
+
 TEST (EngineThreads, ReleasingEveryKeyAtTheNextBlockAllocatesNothing)
 {
     TavrineEngine engine;
