@@ -3,6 +3,7 @@
 #include "samples/PreparedSamplePool.h"
 
 #include <algorithm>
+#include <cmath>
 
 PreparedSample::PreparedSample (const juce::String& sampleKey,
                                 std::unique_ptr<juce::AudioSampleBuffer> forwardBuffer,
@@ -53,10 +54,11 @@ PreparedSample::Overview PreparedSample::computeOverview (const juce::AudioSampl
     // buffer; each covers a rounded step, so neighbours may overlap or leave
     // a sample out by one, which the display cannot show anyway.
     const float step = (float) numSamples / (float) overviewPoints;
-    const int length = juce::roundToInt (step);
+    // Halves round away from zero (std::lround), not to even.
+    const int length = (int) std::lround (step);
     for (int i = 0; i < overviewPoints; ++i)
     {
-        const int start = juce::roundToInt ((float) i * step);
+        const int start = (int) std::lround ((float) i * step);
         const int count = juce::jmin (length, numSamples - start);
         if (count <= 0)
             continue;

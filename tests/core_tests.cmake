@@ -61,3 +61,9 @@ target_sources(tavrine_tests PRIVATE
 # Host parameters: text, parsing and range through the automation handle.
 target_sources(tavrine_tests PRIVATE
     controllable/AutomationEntryTest.cpp)
+# Sample preparation: prepared samples, keys, the render cache and its eviction.
+target_sources(tavrine_tests PRIVATE
+    samples/PreparedSampleTest.cpp
+    samples/RenderCacheFileTest.cpp
+    samples/RenderCacheEvictionTest.cpp)
+target_link_libraries(tavrine_tests PRIVATE tavrine_samples)
