@@ -65,5 +65,6 @@ target_sources(tavrine_tests PRIVATE
 target_sources(tavrine_tests PRIVATE
     samples/PreparedSampleTest.cpp
     samples/RenderCacheFileTest.cpp
-    samples/RenderCacheEvictionTest.cpp)
+    samples/RenderCacheEvictionTest.cpp
+    samples/HousekeepingThreadTest.cpp)
 target_link_libraries(tavrine_tests PRIVATE tavrine_samples)
