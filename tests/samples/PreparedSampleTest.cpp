@@ -40,9 +40,6 @@ PreparedSample::OverviewPoint directPoint (const juce::AudioSampleBuffer& b, int
 
 struct RecordingPool : PreparedSamplePool
 {
-    void addPreparedSample (const juce::String& key, PreparedSample* s) override { events.push_back ({ true, key, s }); }
-    void removePreparedSample (const juce::String& key, PreparedSample* s) override { events.push_back ({ false, key, s }); }
-
     struct Event
     {
         bool added;
@@ -50,6 +47,9 @@ struct RecordingPool : PreparedSamplePool
         PreparedSample* sample;
     };
     std::vector<Event> events;
+
+    void addPreparedSample (const juce::String& k, PreparedSample* s) override { events.push_back ({ true, k, s }); }
+    void removePreparedSample (const juce::String& k, PreparedSample* s) override { events.push_back ({ false, k, s }); }
 };
 
 struct Shape
@@ -107,22 +107,6 @@ INSTANTIATE_TEST_SUITE_P (Shapes,
                                              Shape { 3, 1537 },
                                              Shape { 2, 300 },
                                              Shape { 1, 44100 }));
-
-// A spike on channel 1 alone must show in the overview; on channel 2 it must not.
-TEST (PreparedSample, OverviewIsWidenedByChannelOneOnly)
-{
-    auto forward = std::make_unique<juce::AudioSampleBuffer> (3, 5120);
-    forward->clear();
-    forward->setSample (1, 15, 0.75f);
-    forward->setSample (2, 25, -0.5f);
-    auto reverse = PreparedSample::makeReverse (*forward);
-    PreparedSample sample ("k", std::move (forward), std::move (reverse), nullptr);
-
-    EXPECT_EQ (sample.getForwardOverview()[1].maximum, 0.75f);
-    EXPECT_EQ (sample.getForwardOverview()[2].minimum, 0.0f);
-    // Mirrored: sample 15 of 5120 is sample 5104 of the reverse, in point 510.
-    EXPECT_EQ (sample.getReverseOverview()[510].maximum, 0.75f);
-}
 
 TEST (PreparedSample, ListsItselfInThePoolForItsLifetime)
 {

@@ -57,16 +57,6 @@ bool sameBits (const juce::AudioSampleBuffer& a, const juce::AudioSampleBuffer& 
     return true;
 }
 
-juce::MemoryBlock headerFile (std::initializer_list<int> ints, size_t extraBytes)
-{
-    juce::MemoryOutputStream out;
-    for (int v : ints)
-        out.writeInt (v);
-    for (size_t i = 0; i < extraBytes; ++i)
-        out.writeByte (0);
-    return out.getMemoryBlock();
-}
-
 // An independent reading of the format for the fuzz loop: the buffers the
 // bytes hold if they are a well-formed file, else none.
 std::optional<std::pair<juce::AudioSampleBuffer, juce::AudioSampleBuffer>> parse (const juce::MemoryBlock& bytes)
@@ -143,21 +133,6 @@ TEST_F (CacheDirectory, SavedTwiceIsOneFileWithANewTime)
     EXPECT_NE (read->forward->getSample (0, 0), 0.0f);
 }
 
-TEST_F (CacheDirectory, ReadRenewsTheTime)
-{
-    const auto file = writeValid();
-    const auto old = juce::Time::getCurrentTime() - juce::RelativeTime::hours (5);
-    ASSERT_TRUE (file.setLastModificationTime (old));
-    ASSERT_TRUE (cache.read (variantKey).has_value());
-    EXPECT_GT (file.getLastModificationTime(), old + juce::RelativeTime::hours (4));
-}
-
-TEST_F (CacheDirectory, NoFileIsAMissThatCreatesNothing)
-{
-    EXPECT_FALSE (cache.read (variantKey).has_value());
-    EXPECT_FALSE (cache.getCacheFile (variantKey).exists());
-}
-
 struct DamagedFile
 {
     const char* name;
@@ -199,9 +174,7 @@ INSTANTIATE_TEST_SUITE_P (
     DamagedCacheFile,
     ::testing::Values (
         DamagedFile { "Empty", [] (const auto&) { return juce::MemoryBlock(); } },
-        DamagedFile { "HalfAHeader", [] (const auto& m) { return cut (m, 6); } },
         DamagedFile { "ForwardOnly", [] (const auto& m) { return cut (m, validBlock); } },
-        DamagedFile { "ShortByOneByte", [] (const auto& m) { return cut (m, m.getSize() - 1); } },
         DamagedFile { "ShortByOneSample", [] (const auto& m) { return cut (m, m.getSize() - 4); } },
         DamagedFile { "LongByOneSample",
                       [] (const auto& m)
@@ -214,9 +187,7 @@ INSTANTIATE_TEST_SUITE_P (
         DamagedFile { "NegativeChannels", [] (const auto& m) { return patchInt (m, 0, -2); } },
         DamagedFile { "SixtyFiveChannels", [] (const auto& m) { return patchInt (m, 0, 65); } },
         DamagedFile { "NegativeSamples", [] (const auto& m) { return patchInt (m, 4, -37); } },
-        DamagedFile { "ZeroSamplesBothBlocks", [] (const auto& m) { return patchInt (patchInt (m, 4, 0), validBlock + 4, 0); } },
         DamagedFile { "HugeSamples", [] (const auto& m) { return patchInt (m, 4, 0x7fffffff); } },
-        DamagedFile { "HugeHeaderOnly", [] (const auto&) { return headerFile ({ 64, 0x7fffffff }, 0); } },
         DamagedFile { "ReverseWithOtherChannels", [] (const auto& m) { return patchInt (m, validBlock, 1); } },
         DamagedFile { "ReverseWithOtherLength", [] (const auto& m) { return patchInt (m, validBlock + 4, 36); } }),
     [] (const auto& info) { return std::string (info.param.name); });
