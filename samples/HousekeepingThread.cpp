@@ -1,7 +1,6 @@
 #include "samples/HousekeepingThread.h"
 
-HousekeepingThread::HousekeepingThread (const juce::File& cacheDirectory,
-                                        CacheVolume& volume,
+HousekeepingThread::HousekeepingThread (const juce::File& cacheDirectory, CacheVolume& volume,
                                         CacheDeletionSink& deletions)
     : juce::Thread ("HousekeepingThread"), eviction (cacheDirectory, volume, deletions)
 {

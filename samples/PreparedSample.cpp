@@ -5,16 +5,10 @@
 #include <algorithm>
 #include <cmath>
 
-PreparedSample::PreparedSample (const juce::String& sampleKey,
-                                std::unique_ptr<juce::AudioSampleBuffer> forwardBuffer,
-                                std::unique_ptr<juce::AudioSampleBuffer> reverseBuffer,
-                                PreparedSamplePool* owningPool)
-    : key (sampleKey),
-      forward (std::move (forwardBuffer)),
-      reverse (std::move (reverseBuffer)),
-      forwardOverview (computeOverview (*forward)),
-      reverseOverview (computeOverview (*reverse)),
-      pool (owningPool)
+PreparedSample::PreparedSample (const juce::String& sampleKey, std::unique_ptr<juce::AudioSampleBuffer> forwardBuffer,
+                                std::unique_ptr<juce::AudioSampleBuffer> reverseBuffer, PreparedSamplePool* owningPool)
+    : key (sampleKey), forward (std::move (forwardBuffer)), reverse (std::move (reverseBuffer)),
+      forwardOverview (computeOverview (*forward)), reverseOverview (computeOverview (*reverse)), pool (owningPool)
 {
     jassert (forward->getNumChannels() == reverse->getNumChannels());
     jassert (forward->getNumSamples() == reverse->getNumSamples());

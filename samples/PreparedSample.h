@@ -33,10 +33,8 @@ public:
 
     // Takes both buffers; they must have the same channels and length. With a
     // pool, the sample lists itself there under its key until destroyed.
-    PreparedSample (const juce::String& key,
-                    std::unique_ptr<juce::AudioSampleBuffer> forward,
-                    std::unique_ptr<juce::AudioSampleBuffer> reverse,
-                    PreparedSamplePool* pool);
+    PreparedSample (const juce::String& key, std::unique_ptr<juce::AudioSampleBuffer> forward,
+                    std::unique_ptr<juce::AudioSampleBuffer> reverse, PreparedSamplePool* pool);
     ~PreparedSample() override;
 
     // The same audio with the sample order of every channel mirrored.

@@ -9,8 +9,7 @@ constexpr int oldNameLength = 65;
 constexpr int oldNameDashIndex = 32;
 } // namespace
 
-RenderCacheEviction::RenderCacheEviction (const juce::File& cacheDirectory,
-                                          CacheVolume& volumeToUse,
+RenderCacheEviction::RenderCacheEviction (const juce::File& cacheDirectory, CacheVolume& volumeToUse,
                                           CacheDeletionSink& deletions)
     : volume (volumeToUse), sink (deletions), directory (cacheDirectory)
 {
@@ -78,8 +77,8 @@ int RenderCacheEviction::runPass()
     for (const auto& info : files)
         total += info.sizeBytes;
 
-    std::sort (files.begin(), files.end(), [] (const CacheVolume::FileInfo& a, const CacheVolume::FileInfo& b)
-               { return a.modified < b.modified; });
+    std::sort (files.begin(), files.end(),
+               [] (const CacheVolume::FileInfo& a, const CacheVolume::FileInfo& b) { return a.modified < b.modified; });
 
     juce::int64 free = volume.getFreeBytes (limits.directory);
     int chosen = 0;

@@ -93,8 +93,7 @@ juce::File RenderCacheFile::getCacheFile (const juce::String& key) const
     return directory.getChildFile (key + ".rawsample");
 }
 
-RenderCacheFile::SaveResult RenderCacheFile::save (const juce::String& key,
-                                                   const juce::AudioSampleBuffer& forward,
+RenderCacheFile::SaveResult RenderCacheFile::save (const juce::String& key, const juce::AudioSampleBuffer& forward,
                                                    const juce::AudioSampleBuffer& reverse) const
 {
     directory.createDirectory();

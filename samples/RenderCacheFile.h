@@ -28,8 +28,8 @@ public:
     {
         notCacheable, // a plain sample: its key has no "-"
         written,
-        renewed,      // the file was there (or could not be created): its time is now
-        failed
+        renewed, // the file was there: only its time is new
+        failed   // could not be written; nothing is left behind
     };
 
     struct Buffers
@@ -44,8 +44,7 @@ public:
 
     // Creates the directory if needed. An existing file is not rewritten,
     // only renewed, since the same key means the same audio.
-    SaveResult save (const juce::String& key,
-                     const juce::AudioSampleBuffer& forward,
+    SaveResult save (const juce::String& key, const juce::AudioSampleBuffer& forward,
                      const juce::AudioSampleBuffer& reverse) const;
 
     // A hit renews the file's time before reading, so that eviction sees it as

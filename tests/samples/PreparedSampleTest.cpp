@@ -49,7 +49,10 @@ struct RecordingPool : PreparedSamplePool
     std::vector<Event> events;
 
     void addPreparedSample (const juce::String& k, PreparedSample* s) override { events.push_back ({ true, k, s }); }
-    void removePreparedSample (const juce::String& k, PreparedSample* s) override { events.push_back ({ false, k, s }); }
+    void removePreparedSample (const juce::String& k, PreparedSample* s) override
+    {
+        events.push_back ({ false, k, s });
+    }
 };
 
 struct Shape
@@ -59,8 +62,7 @@ struct Shape
 };
 
 class PreparedSampleShapes : public ::testing::TestWithParam<Shape>
-{
-};
+{};
 } // namespace
 
 // Lengths around and off a multiple of 512 catch an integer step, a step of
@@ -99,14 +101,9 @@ TEST_P (PreparedSampleShapes, ReverseMirrorsEachChannelAndOverviewsFollowTheRule
     }
 }
 
-INSTANTIATE_TEST_SUITE_P (Shapes,
-                          PreparedSampleShapes,
-                          ::testing::Values (Shape { 1, 1000 },
-                                             Shape { 2, 1000 },
-                                             Shape { 2, 512 },
-                                             Shape { 3, 1537 },
-                                             Shape { 2, 300 },
-                                             Shape { 1, 44100 }));
+INSTANTIATE_TEST_SUITE_P (Shapes, PreparedSampleShapes,
+                          ::testing::Values (Shape { 1, 1000 }, Shape { 2, 1000 }, Shape { 2, 512 }, Shape { 3, 1537 },
+                                             Shape { 2, 300 }, Shape { 1, 44100 }));
 
 TEST (PreparedSample, ListsItselfInThePoolForItsLifetime)
 {
@@ -135,7 +132,9 @@ TEST (PreparedSample, ListsItselfInThePoolForItsLifetime)
 TEST (SampleKey, IsTheLowerCaseMd5OfTheUtf8Url)
 {
     EXPECT_EQ (SampleKey::make ("abc", {}), "900150983cd24fb0d6963f7d28e17f72");
-    EXPECT_EQ (SampleKey::make (juce::CharPointer_UTF8 ("/samples/Stra\xc3\x9f" "e \xc3\xa9.wav"), {}),
+    EXPECT_EQ (SampleKey::make (juce::CharPointer_UTF8 ("/samples/Stra\xc3\x9f"
+                                                        "e \xc3\xa9.wav"),
+                                {}),
                "9927f91c51b58d815a65a81bad098ee0");
     EXPECT_FALSE (SampleKey::isRenderedVariant (SampleKey::make ("abc", {})));
 }

@@ -23,14 +23,16 @@ struct FakeVolume : CacheVolume
     void add (const juce::String& name, juce::int64 size, int ageSeconds)
     {
         const auto file = cacheDir.getChildFile (name);
-        files[file.getFullPathName()] = { file, size, juce::Time (1700000000000) - juce::RelativeTime::seconds (ageSeconds) };
+        files[file.getFullPathName()] = { file, size,
+                                          juce::Time (1700000000000) - juce::RelativeTime::seconds (ageSeconds) };
     }
 
     std::vector<FileInfo> listFiles (const juce::File& directory, const juce::String& wildcard) override
     {
         std::vector<FileInfo> out;
         for (const auto& [path, info] : files)
-            if (info.file.getParentDirectory() == directory && info.file.getFileName().matchesWildcard (wildcard, false))
+            if (info.file.getParentDirectory() == directory
+                && info.file.getFileName().matchesWildcard (wildcard, false))
                 out.push_back (info);
         return out;
     }
@@ -87,9 +89,9 @@ struct Bounds
     int expectedDeleted;
 };
 
-class EvictionBounds : public Eviction, public ::testing::WithParamInterface<Bounds>
-{
-};
+class EvictionBounds : public Eviction,
+                       public ::testing::WithParamInterface<Bounds>
+{};
 
 constexpr juce::int64 minFree = 1000;
 } // namespace
@@ -106,19 +108,17 @@ TEST_P (EvictionBounds, DeletesOldestFirstUntilBothBoundsHold)
     EXPECT_EQ (volume.freeQueries, 1);
 }
 
-INSTANTIATE_TEST_SUITE_P (
-    Table,
-    EvictionBounds,
-    ::testing::Values (Bounds { "ExactlyAtBothBounds", 500, minFree, 0 },
-                       Bounds { "OneByteOverSize", 499, minFree, 1 },
-                       Bounds { "OneByteShortOfFree", 500, minFree - 1, 1 },
-                       Bounds { "FreeShortUntilThirdFile", 100000, minFree - 250, 3 },
-                       Bounds { "FreeExactlyReachedAfterTwo", 100000, minFree - 200, 2 },
-                       Bounds { "SizeOverUntilThirdFile", 280, minFree + 5000, 3 },
-                       Bounds { "BothShortTheLargerNeedWins", 400, minFree - 350, 4 },
-                       Bounds { "FilesRunOut", 100000, 0, 5 },
-                       Bounds { "FreeQueryFailedNegative", 100000, -1, 5 }),
-    [] (const auto& info) { return std::string (info.param.name); });
+INSTANTIATE_TEST_SUITE_P (Table, EvictionBounds,
+                          ::testing::Values (Bounds { "ExactlyAtBothBounds", 500, minFree, 0 },
+                                             Bounds { "OneByteOverSize", 499, minFree, 1 },
+                                             Bounds { "OneByteShortOfFree", 500, minFree - 1, 1 },
+                                             Bounds { "FreeShortUntilThirdFile", 100000, minFree - 250, 3 },
+                                             Bounds { "FreeExactlyReachedAfterTwo", 100000, minFree - 200, 2 },
+                                             Bounds { "SizeOverUntilThirdFile", 280, minFree + 5000, 3 },
+                                             Bounds { "BothShortTheLargerNeedWins", 400, minFree - 350, 4 },
+                                             Bounds { "FilesRunOut", 100000, 0, 5 },
+                                             Bounds { "FreeQueryFailedNegative", 100000, -1, 5 }),
+                          [] (const auto& info) { return std::string (info.param.name); });
 
 TEST_F (Eviction, EmptyDirectoryDoesNothing)
 {

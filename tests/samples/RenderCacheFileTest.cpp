@@ -139,9 +139,9 @@ struct DamagedFile
     std::function<juce::MemoryBlock (const juce::MemoryBlock& valid)> make;
 };
 
-class DamagedCacheFile : public CacheDirectory, public ::testing::WithParamInterface<DamagedFile>
-{
-};
+class DamagedCacheFile : public CacheDirectory,
+                         public ::testing::WithParamInterface<DamagedFile>
+{};
 
 // Each is a miss, and the file is gone afterwards so that it is not read again.
 TEST_P (DamagedCacheFile, IsAMissAndDeleted)
@@ -170,15 +170,13 @@ constexpr size_t validBlock = 8 + 4 * 2 * 37;
 } // namespace
 
 INSTANTIATE_TEST_SUITE_P (
-    Files,
-    DamagedCacheFile,
+    Files, DamagedCacheFile,
     ::testing::Values (
         DamagedFile { "Empty", [] (const auto&) { return juce::MemoryBlock(); } },
         DamagedFile { "ForwardOnly", [] (const auto& m) { return cut (m, validBlock); } },
         DamagedFile { "ShortByOneSample", [] (const auto& m) { return cut (m, m.getSize() - 4); } },
         DamagedFile { "LongByOneSample",
-                      [] (const auto& m)
-                      {
+                      [] (const auto& m) {
                           auto longer = m;
                           longer.append ("\0\0\0\0", 4);
                           return longer;
@@ -211,9 +209,7 @@ TEST_F (CacheDirectory, RandomDamageGivesAnExactHitOrADeletingMiss)
                 for (int n = 1 + random.nextInt (4); --n >= 0;)
                     bytes[random.nextInt ((int) bytes.getSize())] ^= (char) (1 << random.nextInt (8));
                 break;
-            case 1:
-                bytes.setSize ((size_t) random.nextInt ((int) bytes.getSize()));
-                break;
+            case 1: bytes.setSize ((size_t) random.nextInt ((int) bytes.getSize())); break;
             case 2:
                 for (int n = 1 + random.nextInt (40); --n >= 0;)
                     bytes.append (&n, 1);
