@@ -91,5 +91,7 @@ int RenderCacheEviction::runPass()
         free += info.sizeBytes;
         ++chosen;
     }
+    // Invariant 2: a pass ends with both bounds met, or with every file chosen.
+    jassert ((size_t) chosen == files.size() || (total <= limits.maxCacheBytes && free >= limits.minFreeBytes));
     return chosen;
 }

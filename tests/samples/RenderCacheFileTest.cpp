@@ -133,6 +133,14 @@ TEST_F (CacheDirectory, SavedTwiceIsOneFileWithANewTime)
     EXPECT_NE (read->forward->getSample (0, 0), 0.0f);
 }
 
+TEST_F (CacheDirectory, AWriteThatCannotOpenItsFileFailsAndLeavesNothing)
+{
+    ASSERT_TRUE (directory.replaceWithText ("a file where the directory should be"));
+    EXPECT_EQ (cache.save (variantKey, *forward, *reverse), RenderCacheFile::SaveResult::failed);
+    EXPECT_FALSE (cache.read (variantKey).has_value());
+    EXPECT_TRUE (directory.existsAsFile());
+}
+
 struct DamagedFile
 {
     const char* name;
