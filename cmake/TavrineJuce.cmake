@@ -8,6 +8,8 @@ add_library(tavrine_juce STATIC)
 target_link_libraries(tavrine_juce
     PRIVATE
         juce::juce_core
+        # MD5 for the sample keys.
+        juce::juce_cryptography
         juce::juce_events
         juce::juce_data_structures
         juce::juce_graphics
