@@ -9,6 +9,7 @@ add_executable(tavrine_tests
     controllable/ForwardingTest.cpp
     controllable/ParameterFifoTest.cpp
     controllable/ConvertersTest.cpp
+    controllable/StateSerializerTest.cpp
     engine/EngineConvertersTest.cpp
     shell/SettingsConvertersTest.cpp
     shell/ProcessorEditorTest.cpp
