@@ -381,7 +381,7 @@ juce::String getRenderHelp()
          << "                 before the render\n"
          << "  --set NAME=VALUE\n"
          << "                 set an engine parameter before the render, after --state,\n"
-         << "                 e.g. --set loop0.gain=0.5 or --set master.outputBpm=90;\n"
+         << "                 e.g. --set loop0.gain.xyMode=0.5 or --set master.gain=0.25;\n"
          << "                 repeatable; each --set of a list parameter adds an entry\n"
          << "  --save-state FILE\n"
          << "                 write the player state after the render\n"
@@ -390,8 +390,8 @@ juce::String getRenderHelp()
          << "Options also take the form --name=value.\n"
          << "\n"
          << "Exit status: " << (int) ExitCode::success << " success, " << (int) ExitCode::usage << " bad command line, "
-         << (int) ExitCode::input << " MIDI or state file missing or damaged,\n"
-         << (int) ExitCode::output << " WAV or state file not writable, " << (int) ExitCode::internalError
+         << (int) ExitCode::input << " MIDI or state file\n"
+         << "missing or damaged, " << (int) ExitCode::output << " WAV or state file not writable, " << (int) ExitCode::internalError
          << " internal failure.\n";
     return help;
 }
