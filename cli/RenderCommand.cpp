@@ -60,12 +60,18 @@ struct OptionInfo
 };
 
 constexpr OptionInfo kOptions[] = {
-    { "--midi", OptionKind::midi, ValueUse::required },       { "--out", OptionKind::out, ValueUse::required },
-    { "--rate", OptionKind::rate, ValueUse::required },       { "--block", OptionKind::block, ValueUse::required },
-    { "--bpm", OptionKind::bpm, ValueUse::required },         { "--stopped", OptionKind::stopped, ValueUse::none },
-    { "--seconds", OptionKind::seconds, ValueUse::required }, { "--tail", OptionKind::tail, ValueUse::required },
-    { "--bits", OptionKind::bits, ValueUse::required },       { "--state", OptionKind::state, ValueUse::required },
-    { "--set", OptionKind::set, ValueUse::required },         { "--save-state", OptionKind::saveState, ValueUse::required },
+    { "--midi", OptionKind::midi, ValueUse::required },
+    { "--out", OptionKind::out, ValueUse::required },
+    { "--rate", OptionKind::rate, ValueUse::required },
+    { "--block", OptionKind::block, ValueUse::required },
+    { "--bpm", OptionKind::bpm, ValueUse::required },
+    { "--stopped", OptionKind::stopped, ValueUse::none },
+    { "--seconds", OptionKind::seconds, ValueUse::required },
+    { "--tail", OptionKind::tail, ValueUse::required },
+    { "--bits", OptionKind::bits, ValueUse::required },
+    { "--state", OptionKind::state, ValueUse::required },
+    { "--set", OptionKind::set, ValueUse::required },
+    { "--save-state", OptionKind::saveState, ValueUse::required },
 };
 
 const OptionInfo* findOption (const juce::String& name)
@@ -391,8 +397,8 @@ juce::String getRenderHelp()
          << "\n"
          << "Exit status: " << (int) ExitCode::success << " success, " << (int) ExitCode::usage << " bad command line, "
          << (int) ExitCode::input << " MIDI or state file\n"
-         << "missing or damaged, " << (int) ExitCode::output << " WAV or state file not writable, " << (int) ExitCode::internalError
-         << " internal failure.\n";
+         << "missing or damaged, " << (int) ExitCode::output << " WAV or state file not writable, "
+         << (int) ExitCode::internalError << " internal failure.\n";
     return help;
 }
 

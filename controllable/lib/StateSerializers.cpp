@@ -253,7 +253,10 @@ void XmlStateSerializer::applyState (const juce::XmlElement& state)
 }
 
 //==============================================================================
-void CommandLineStateSerializer::beginState() { text.clear(); }
+void CommandLineStateSerializer::beginState()
+{
+    text.clear();
+}
 
 void CommandLineStateSerializer::beginControllable (Controllable*, const juce::String&) {}
 

@@ -32,7 +32,8 @@ TEST (RenderOptions, CollectsSettingsInOrderAndRejectsOnesWithoutAName)
     EXPECT_EQ (options.settings.joinIntoString (" "), "loop0.gain.xyMode=0.5 master.gain=0.25");
 
     for (const char* bad : { "gain", "=0.5" })
-        EXPECT_EQ (parseRenderOptions ({ "--set", bad }, options), juce::String ("--set: '") + bad + "' is not NAME=VALUE");
+        EXPECT_EQ (parseRenderOptions ({ "--set", bad }, options),
+                   juce::String ("--set: '") + bad + "' is not NAME=VALUE");
     EXPECT_EQ (parseRenderOptions ({ "--save-state" }, options), "--save-state needs a value");
 }
 
@@ -67,7 +68,8 @@ TEST_F (RenderState, SetValuesAreInTheSavedStateAndAStateFileRoundTrips)
     EXPECT_TRUE (first.loadFileAsString().startsWith ("<?xml"));
 
     // A state applied and saved again is the same file; a --set after it wins.
-    ASSERT_EQ (run ({ "--state", first.getFullPathName(), "--save-state", second.getFullPathName() }), ExitCode::success)
+    ASSERT_EQ (run ({ "--state", first.getFullPathName(), "--save-state", second.getFullPathName() }),
+               ExitCode::success)
         << err.str();
     EXPECT_EQ (second.loadFileAsString(), first.loadFileAsString());
     ASSERT_EQ (run ({ "--set", "loop0.gain.xyMode=0.125", "--state", first.getFullPathName(), "--save-state",
@@ -91,11 +93,14 @@ TEST_F (RenderState, BadNamesAndBadStateFilesFailBeforeTheRender)
     const Case cases[] = {
         { { "--set", "loop0.noSuchThing=1" }, ExitCode::usage, "--set: unknown parameter 'loop0.noSuchThing'" },
         { { "--set", "engine.master.gain=1" }, ExitCode::usage, "--set: unknown parameter 'engine.master.gain'" },
-        { { "--state", file ("missing.xml").getFullPathName() }, ExitCode::input,
+        { { "--state", file ("missing.xml").getFullPathName() },
+          ExitCode::input,
           "cannot read state file " + file ("missing.xml").getFullPathName() },
-        { { "--state", file ("garbage.xml").getFullPathName() }, ExitCode::input,
+        { { "--state", file ("garbage.xml").getFullPathName() },
+          ExitCode::input,
           file ("garbage.xml").getFullPathName() + " is not a player state: " },
-        { { "--state", file ("other.xml").getFullPathName() }, ExitCode::input,
+        { { "--state", file ("other.xml").getFullPathName() },
+          ExitCode::input,
           file ("other.xml").getFullPathName() + " is not a player state (its root is <settings>)" },
     };
     for (const auto& c : cases)

@@ -150,9 +150,9 @@ TEST (XmlState, ApplyingAPartialDocumentTouchesOnlyWhatItHolds)
     {
         EveryKind older (false);
         older.loadXml (juce::String ("<state><c prefix=\"engine\">") + test.body + "</c></state>");
-        const auto got = juce::String (older.f->getValue()->getFloat()) + "|" + juce::String (older.i->getValue()->getInt())
-                         + "|" + (older.b->getValue()->getBool() ? "true" : "false") + "|"
-                         + older.s->getValue()->getString();
+        const auto got = juce::String (older.f->getValue()->getFloat()) + "|"
+                         + juce::String (older.i->getValue()->getInt()) + "|"
+                         + (older.b->getValue()->getBool() ? "true" : "false") + "|" + older.s->getValue()->getString();
         EXPECT_EQ (got, test.expected) << test.body;
     }
 }
@@ -162,7 +162,8 @@ TEST (XmlState, APrefixMismatchOrAnUnparsableDocumentChangesNothing)
     EveryKind saved (false);
     const auto withPrefix = saved.saveXml();
     for (const auto& [text, prefix, result] :
-         { std::make_tuple (withPrefix, juce::String(), 0), std::make_tuple (saved.saveXml ({}), juce::String ("engine"), 0),
+         { std::make_tuple (withPrefix, juce::String(), 0),
+           std::make_tuple (saved.saveXml ({}), juce::String ("engine"), 0),
            std::make_tuple (withPrefix.dropLastCharacters (10), juce::String ("engine"), 1) })
     {
         EveryKind fresh (true);
@@ -182,7 +183,8 @@ TEST (XmlState, EachChangedParameterNotifiesOnceAfterAllValuesAreIn)
     juce::StringArray seenAtFirstCall;
     listener.onChange = [&] (ParameterDef*) {
         if (listener.calls == 1)
-            seenAtFirstCall.add (juce::String (restored.i->getValue()->getInt()) + "/" + restored.s->getValue()->getString());
+            seenAtFirstCall.add (juce::String (restored.i->getValue()->getInt()) + "/"
+                                 + restored.s->getValue()->getString());
     };
     for (auto* p : restored.c->getParameters())
         p->addChangeListener (&listener, true);

@@ -20,8 +20,8 @@ struct Setting
     const char* text;
 };
 constexpr Setting kSettings[] = {
-    { "loop0.gain.xyMode", "0.3" },     { "loop3.balance.xyMode", "0.75" },  { "master.gain", "0.5" },
-    { "loop1.envelopeAttack", "300" },  { "loop2.colourCode", "#12ab34 x" }, { "loop5.loopingEnabled", "false" },
+    { "loop0.gain.xyMode", "0.3" },      { "loop3.balance.xyMode", "0.75" },  { "master.gain", "0.5" },
+    { "loop1.envelopeAttack", "300" },   { "loop2.colourCode", "#12ab34 x" }, { "loop5.loopingEnabled", "false" },
     { "master.detectClipping", "true" }, { "loop7.reverse", "true" },
 };
 
@@ -188,7 +188,8 @@ TEST (ProcessorState, ALoadDuringARenderNotifiesEachChangedParameterOnce)
     // What the load is to change: every saved value whose text differs.
     std::vector<juce::String> changing;
     for (auto* p : processor.getEngine().getControllable()->getParameters())
-        if (! p->isTransient() && textOf (processor, p->getName().toRawUTF8()) != textOf (source, p->getName().toRawUTF8()))
+        if (! p->isTransient()
+            && textOf (processor, p->getName().toRawUTF8()) != textOf (source, p->getName().toRawUTF8()))
             changing.push_back (p->getName());
     ASSERT_GE (changing.size(), std::size (kSettings) - 1);
 
