@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "controllable/lib/StateSerializers.h"
 #include "shell/TavrinePluginProcessor.h"
 
 namespace juce
@@ -40,6 +41,9 @@ enum class OptionKind
     seconds,
     tail,
     bits,
+    state,
+    set,
+    saveState,
 };
 
 enum class ValueUse
@@ -56,11 +60,18 @@ struct OptionInfo
 };
 
 constexpr OptionInfo kOptions[] = {
-    { "--midi", OptionKind::midi, ValueUse::required },       { "--out", OptionKind::out, ValueUse::required },
-    { "--rate", OptionKind::rate, ValueUse::required },       { "--block", OptionKind::block, ValueUse::required },
-    { "--bpm", OptionKind::bpm, ValueUse::required },         { "--stopped", OptionKind::stopped, ValueUse::none },
-    { "--seconds", OptionKind::seconds, ValueUse::required }, { "--tail", OptionKind::tail, ValueUse::required },
+    { "--midi", OptionKind::midi, ValueUse::required },
+    { "--out", OptionKind::out, ValueUse::required },
+    { "--rate", OptionKind::rate, ValueUse::required },
+    { "--block", OptionKind::block, ValueUse::required },
+    { "--bpm", OptionKind::bpm, ValueUse::required },
+    { "--stopped", OptionKind::stopped, ValueUse::none },
+    { "--seconds", OptionKind::seconds, ValueUse::required },
+    { "--tail", OptionKind::tail, ValueUse::required },
     { "--bits", OptionKind::bits, ValueUse::required },
+    { "--state", OptionKind::state, ValueUse::required },
+    { "--set", OptionKind::set, ValueUse::required },
+    { "--save-state", OptionKind::saveState, ValueUse::required },
 };
 
 const OptionInfo* findOption (const juce::String& name)
@@ -139,6 +150,15 @@ juce::String applyOption (const OptionInfo& option, const juce::String& value, R
             options.bitsPerSample = (int) bits;
             return {};
         }
+        case OptionKind::state: options.statePath = value; return {};
+        case OptionKind::saveState: options.saveStatePath = value; return {};
+        case OptionKind::set:
+            // Whether the name exists is known only to the player: checked
+            // when the state is applied.
+            if (value.indexOfChar ('=') <= 0)
+                return name + ": '" + value + "' is not NAME=VALUE";
+            options.settings.add (value);
+            return {};
     }
     jassertfalse;
     return "internal error: unhandled option " + name;
@@ -363,14 +383,22 @@ juce::String getRenderHelp()
          << "  --tail S       seconds to render after the end of the MIDI\n"
          << "                 (default: " << defaults.tailSeconds << "); excludes --seconds\n"
          << "  --bits N       16, 24 or 32 (32-bit floating point) (default: " << defaults.bitsPerSample << ")\n"
+         << "  --state FILE   player state (XML, as --save-state writes it) to apply\n"
+         << "                 before the render\n"
+         << "  --set NAME=VALUE\n"
+         << "                 set an engine parameter before the render, after --state,\n"
+         << "                 e.g. --set loop0.gain.xyMode=0.5 or --set master.gain=0.25;\n"
+         << "                 repeatable; each --set of a list parameter adds an entry\n"
+         << "  --save-state FILE\n"
+         << "                 write the player state after the render\n"
          << "  -h, --help     show this help\n"
          << "\n"
          << "Options also take the form --name=value.\n"
          << "\n"
          << "Exit status: " << (int) ExitCode::success << " success, " << (int) ExitCode::usage << " bad command line, "
-         << (int) ExitCode::input << " MIDI file missing or damaged,\n"
-         << (int) ExitCode::output << " WAV file not writable, " << (int) ExitCode::internalError
-         << " internal failure.\n";
+         << (int) ExitCode::input << " MIDI or state file\n"
+         << "missing or damaged, " << (int) ExitCode::output << " WAV or state file not writable, "
+         << (int) ExitCode::internalError << " internal failure.\n";
     return help;
 }
 
@@ -452,10 +480,71 @@ juce::String RenderSummary::toString() const
            + peakDb + " dBFS)";
 }
 
+juce::String applyPlayerState (const RenderOptions& options, TavrinePluginProcessor& processor, ExitCode& code)
+{
+    auto* engine = processor.getEngine().getControllable();
+    if (options.statePath.isNotEmpty())
+    {
+        const auto file = resolvePath (options.statePath);
+        code = ExitCode::input;
+        if (! file.existsAsFile())
+            return "cannot read state file " + file.getFullPathName();
+        juce::XmlDocument document (file);
+        const auto state = document.getDocumentElement();
+        if (state == nullptr)
+            return file.getFullPathName() + " is not a player state: " + document.getLastParseError();
+        if (! state->hasTagName (qvrControllableLib::StateDocumentNames::state))
+            return file.getFullPathName() + " is not a player state (its root is <" + state->getTagName() + ">)";
+        qvrControllableLib::XmlStateSerializer::Ptr serializer (new qvrControllableLib::XmlStateSerializer());
+        serializer->addControllable (engine, TavrinePluginProcessor::kStatePrefix);
+        serializer->loadFromXml (*state);
+    }
+
+    qvrControllableLib::CommandLineStateSerializer::Ptr setter (new qvrControllableLib::CommandLineStateSerializer());
+    setter->addControllable (engine, {});
+    for (const auto& setting : options.settings)
+    {
+        if (setter->applyArgument (setting) == nullptr)
+        {
+            code = ExitCode::usage;
+            return "--set: unknown parameter '" + setting.upToFirstOccurrenceOf ("=", false, false) + "'";
+        }
+    }
+    code = ExitCode::success;
+    return {};
+}
+
+juce::String savePlayerState (const RenderOptions& options, TavrinePluginProcessor& processor, ExitCode& code)
+{
+    code = ExitCode::success;
+    if (options.saveStatePath.isEmpty())
+        return {};
+    const auto file = resolvePath (options.saveStatePath);
+    qvrControllableLib::XmlStateSerializer::Ptr serializer (new qvrControllableLib::XmlStateSerializer());
+    serializer->addControllable (processor.getEngine().getControllable(), TavrinePluginProcessor::kStatePrefix);
+    if (serializer->saveToFile (file) != 0)
+    {
+        code = ExitCode::output;
+        return "writing state file " + file.getFullPathName() + " failed";
+    }
+    return {};
+}
+
 RenderResult renderToFile (const RenderOptions& options)
 {
     TavrinePluginProcessor processor;
-    return renderToFile (options, processor);
+    RenderResult result;
+    if (auto error = applyPlayerState (options, processor, result.code); error.isNotEmpty())
+    {
+        result.errorText = error;
+        return result;
+    }
+    result = renderToFile (options, processor);
+    if (result.code != ExitCode::success)
+        return result;
+    if (auto error = savePlayerState (options, processor, result.code); error.isNotEmpty())
+        result.errorText = error;
+    return result;
 }
 
 RenderResult renderToFile (const RenderOptions& options, juce::AudioProcessor& processor)

@@ -10,6 +10,8 @@
 #include "cli/MidiSchedule.h"
 #include "engine/TavrineMasterChain.h"
 
+class TavrinePluginProcessor;
+
 // `tavrine render`: hosts the player in-process as a host's offline bounce
 // would, and writes the main stereo output to a WAV file.
 //
@@ -56,6 +58,11 @@ struct RenderOptions
     std::optional<double> lengthSeconds; // exact length; otherwise MIDI length + tail
     double tailSeconds = 1.0;
     int bitsPerSample = 24;
+    // Player state: a saved state file applied first, then each "NAME=VALUE"
+    // of --set in order, all before the render; the state written after it.
+    juce::String statePath;     // empty: the player's defaults
+    juce::StringArray settings; // engine parameter names without prefix
+    juce::String saveStatePath; // empty: nothing saved
 };
 
 // Parses the arguments that follow "render". Returns an error text, empty on
@@ -140,6 +147,14 @@ RenderResult renderToFile (const RenderOptions& options);
 
 // The same with any processor whose main output is stereo.
 RenderResult renderToFile (const RenderOptions& options, juce::AudioProcessor& processor);
+
+// Applies --state and then --set of `options` to the player's engine (on the
+// calling thread, before any render). Returns an error text, empty on
+// success, with `code` set to the exit code of the failure.
+juce::String applyPlayerState (const RenderOptions& options, TavrinePluginProcessor& processor, ExitCode& code);
+
+// Writes the player's state to --save-state, if given; same contract.
+juce::String savePlayerState (const RenderOptions& options, TavrinePluginProcessor& processor, ExitCode& code);
 
 // The whole command: parse, render, report. Summary and help go to `out`,
 // errors and warnings to `err`.

@@ -1,5 +1,7 @@
 #include "shell/TavrinePluginProcessor.h"
 
+#include "controllable/lib/StateSerializers.h"
+
 std::atomic<int> TavrinePluginProcessor::numInstances { 0 };
 std::atomic<TavrinePluginProcessor::EditorFactory> TavrinePluginProcessor::editorFactory { nullptr };
 
@@ -224,14 +226,26 @@ juce::AudioProcessorEditor* TavrinePluginProcessor::createEditor()
 
 void TavrinePluginProcessor::getStateInformation (juce::MemoryBlock& destData)
 {
-    juce::XmlElement state ("engine");
-    copyXmlToBinary (state, destData);
+    // Every non-transient engine parameter, under the prefix "engine", in the
+    // binary envelope a host stores. The engine always has values, so even a
+    // fresh instance writes a complete state.
+    qvrControllableLib::XmlStateSerializer::Ptr serializer (new qvrControllableLib::XmlStateSerializer());
+    serializer->addControllable (getEngine().getControllable(), kStatePrefix);
+    if (const auto state = serializer->saveToXml())
+        copyXmlToBinary (*state, destData);
 }
 
 void TavrinePluginProcessor::setStateInformation (const void* data, int sizeInBytes)
 {
-    // A block that does not parse is ignored without a message.
+    // getXmlFromBinary refuses 8 bytes or fewer, another magic number and a
+    // length that is not positive: such a block restores nothing. Audio goes
+    // on during the load; listeners hear each changed parameter once, at the end.
     if (data != nullptr && sizeInBytes > 0)
-        juce::ignoreUnused (getXmlFromBinary (data, sizeInBytes));
+        if (const auto state = getXmlFromBinary (data, sizeInBytes))
+        {
+            qvrControllableLib::XmlStateSerializer::Ptr serializer (new qvrControllableLib::XmlStateSerializer());
+            serializer->addControllable (getEngine().getControllable(), kStatePrefix);
+            serializer->loadFromXml (*state);
+        }
     stateRestored = true;
 }

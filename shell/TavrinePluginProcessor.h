@@ -45,6 +45,8 @@ class TavrinePluginProcessor : private MessageThreadGuard,
 public:
     static constexpr int kNumRows = 9;
     static constexpr int kNumOutputBuses = TavrineEngine::kNumOutputBuses;
+    // The prefix of the engine's parameters in a saved state.
+    static constexpr const char* kStatePrefix = "engine";
 
     TavrinePluginProcessor();
     ~TavrinePluginProcessor() override;

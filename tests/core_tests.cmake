@@ -9,6 +9,7 @@ add_executable(tavrine_tests
     controllable/ForwardingTest.cpp
     controllable/ParameterFifoTest.cpp
     controllable/ConvertersTest.cpp
+    controllable/StateSerializerTest.cpp
     engine/EngineConvertersTest.cpp
     shell/SettingsConvertersTest.cpp
     shell/ProcessorEditorTest.cpp
@@ -58,6 +59,9 @@ target_sources(tavrine_tests PRIVATE
 # Parameter writers on other threads against the render thread (TSan).
 target_sources(tavrine_tests PRIVATE
     shell/ParameterRaceTest.cpp)
+# Saved plug-in state: the envelope, round trips, a load during a render.
+target_sources(tavrine_tests PRIVATE
+    shell/ProcessorStateTest.cpp)
 # Host parameters: text, parsing and range through the automation handle.
 target_sources(tavrine_tests PRIVATE
     controllable/AutomationEntryTest.cpp)
