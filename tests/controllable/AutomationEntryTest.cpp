@@ -14,28 +14,6 @@ using qvrControllableToolbox::AutomationEntry;
 
 namespace
 {
-// The least a host entry needs to attach to: nothing here is ever called.
-class SilentProcessor : public juce::AudioProcessor
-{
-public:
-    const juce::String getName() const override { return "silent"; }
-    void prepareToPlay (double, int) override {}
-    void releaseResources() override {}
-    void processBlock (juce::AudioBuffer<float>&, juce::MidiBuffer&) override {}
-    double getTailLengthSeconds() const override { return 0.0; }
-    bool acceptsMidi() const override { return false; }
-    bool producesMidi() const override { return false; }
-    juce::AudioProcessorEditor* createEditor() override { return nullptr; }
-    bool hasEditor() const override { return false; }
-    int getNumPrograms() override { return 1; }
-    int getCurrentProgram() override { return 0; }
-    void setCurrentProgram (int) override {}
-    const juce::String getProgramName (int) override { return {}; }
-    void changeProgramName (int, const juce::String&) override {}
-    void getStateInformation (juce::MemoryBlock&) override {}
-    void setStateInformation (const void*, int) override {}
-};
-
 // An entry not owned by the processor (the processor never sees it).
 struct EntryFixture
 {
@@ -45,7 +23,8 @@ struct EntryFixture
     }
     ~EntryFixture() { entry.release(); }
 
-    SilentProcessor processor;
+    // Any stock processor will do: the entry only needs one to attach to.
+    juce::AudioProcessorGraph processor;
     AutomationEntry entry;
 };
 } // namespace

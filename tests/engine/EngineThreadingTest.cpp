@@ -38,6 +38,33 @@ public:
 private:
     TavrineEngine& engine;
 };
+
+// Renders blocks on a thread of its own, pressing a key before each block as
+// MIDI does, while `write` runs on this thread; returns how many trigger
+// changes happened on any thread but the rendering one.
+template <typename Write>
+int offThreadKeyChanges (TavrineEngine& engine, Write&& write)
+{
+    TriggerThreadWatch watch (engine);
+    std::atomic<bool> writing { true };
+    std::thread audio ([&] {
+        watch.audioThread = std::this_thread::get_id();
+        juce::AudioBuffer<float> buffer (2, 128);
+        for (int block = 0; writing.load() || block < 64; ++block)
+        {
+            engine.triggerKey (block % 12, TavrineEngine::Key::on);
+            engine.getAudioSource()->getNextAudioBlock (juce::AudioSourceChannelInfo (buffer));
+        }
+    });
+    for (int i = 0; i < 300; ++i)
+    {
+        write (i);
+        std::this_thread::yield();
+    }
+    writing = false;
+    audio.join();
+    return watch.offThreadChanges.load();
+}
 } // namespace
 
 TEST (EngineThreads, SettingsWrittenOnAnotherThreadChangeKeysOnlyOnTheAudioThread)
@@ -48,34 +75,17 @@ TEST (EngineThreads, SettingsWrittenOnAnotherThreadChangeKeysOnlyOnTheAudioThrea
     qvrControllableHandle::BoolParamDefHandle realtimeSetting { "enableMasterRealtimeStretching" };
     master.bindRealtimeStretchingSetting (realtimeSetting.get());
     engine.getAudioSource()->prepareToPlay (128, 44100.0);
-    TriggerThreadWatch watch (engine);
 
-    std::atomic<bool> writing { true };
-    std::thread audio ([&] {
-        watch.audioThread = std::this_thread::get_id();
-        juce::AudioBuffer<float> buffer (2, 128);
-        for (int block = 0; writing.load() || block < 64; ++block)
-        {
-            // As MIDI does: keys go on on the audio thread, between blocks.
-            engine.triggerKey (block % 12, TavrineEngine::Key::on);
-            engine.getAudioSource()->getNextAudioBlock (juce::AudioSourceChannelInfo (buffer));
-        }
-    });
-
-    for (int i = 0; i < 300; ++i)
-    {
-        master.triggerPlayMode.write (i % 2 == 0);
-        realtimeSetting.write (i % 3 == 0);
-        master.renderTrigger.write (true);
-        std::this_thread::yield();
-    }
-    writing = false;
-    audio.join();
-    EXPECT_EQ (watch.offThreadChanges.load(), 0);
+    EXPECT_EQ (offThreadKeyChanges (engine,
+                                    [&] (int i) {
+                                        master.triggerPlayMode.write (i % 2 == 0);
+                                        realtimeSetting.write (i % 3 == 0);
+                                        master.renderTrigger.write (true);
+                                    }),
+               0);
 
     // Trigger play mode going off releases every key, at the next block of
     // the audio thread (this one from now on).
-    watch.audioThread = std::this_thread::get_id();
     engine.triggerKey (3, TavrineEngine::Key::on);
     master.triggerPlayMode.write (true);
     master.triggerPlayMode.write (false);
@@ -100,26 +110,8 @@ TEST (EngineThreads, TempoWrittenOnAnotherThreadWhileKeysPlayChangesKeysOnlyOnTh
         master.outputBpm.write (120.0);
         master.setRealtimeStretching (realtime);
         engine.getAudioSource()->prepareToPlay (128, 44100.0);
-        TriggerThreadWatch watch (engine);
-
-        std::atomic<bool> writing { true };
-        std::thread audio ([&] {
-            watch.audioThread = std::this_thread::get_id();
-            juce::AudioBuffer<float> buffer (2, 128);
-            for (int block = 0; writing.load() || block < 64; ++block)
-            {
-                engine.triggerKey (block % 12, TavrineEngine::Key::on);
-                engine.getAudioSource()->getNextAudioBlock (juce::AudioSourceChannelInfo (buffer));
-            }
-        });
-        for (int i = 0; i < 300; ++i)
-        {
-            master.masterBpm.write (i % 2 == 0 ? 96.0 : 140.0);
-            std::this_thread::yield();
-        }
-        writing = false;
-        audio.join();
-        EXPECT_EQ (watch.offThreadChanges.load(), 0) << (realtime ? "realtime" : "stopping");
+        EXPECT_EQ (offThreadKeyChanges (engine, [&] (int i) { master.masterBpm.write (i % 2 == 0 ? 96.0 : 140.0); }), 0)
+            << (realtime ? "realtime" : "stopping");
         engine.getAudioSource()->releaseResources();
     }
 }
