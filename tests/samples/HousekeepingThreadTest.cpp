@@ -3,6 +3,7 @@
 #include "samples/HousekeepingThread.h"
 #include "samples/JuceCacheVolume.h"
 #include "samples/SampleKey.h"
+#include "tests/support/TempDirectory.h"
 
 #include <thread>
 
@@ -34,13 +35,12 @@ namespace
 // A real directory, so that the thread's volume calls need no locking here.
 struct ThreadCache : ::testing::Test
 {
-    juce::File directory = juce::File::getSpecialLocation (juce::File::tempDirectory)
-                               .getNonexistentChildFile ("tavrine-housekeeping-test", "", false);
+    tavrine::test::TempDirectory temp { "tavrine-housekeeping-test" };
+    juce::File directory = temp.root.getChildFile ("RenderCache");
     JuceCacheVolume volume;
     ImmediateCacheDeletion deletions { volume };
 
     ThreadCache() { directory.createDirectory(); }
-    ~ThreadCache() override { directory.deleteRecursively(); }
 
     static bool waitFor (const std::function<bool()>& condition)
     {

@@ -5,6 +5,7 @@
 #include "samples/RenderCacheEviction.h"
 #include "samples/RenderCacheFile.h"
 #include "samples/SampleKey.h"
+#include "tests/support/TempDirectory.h"
 
 #include <map>
 
@@ -167,15 +168,13 @@ namespace
 // The same pass on the real file system, with the real reader renewing times.
 struct RealCache : ::testing::Test
 {
-    juce::File root = juce::File::getSpecialLocation (juce::File::tempDirectory)
-                          .getNonexistentChildFile ("tavrine-eviction-test", "", false);
+    tavrine::test::TempDirectory temp { "tavrine-eviction-test" };
+    juce::File root = temp.root;
     juce::File directory = root.getChildFile ("RenderCache");
     JuceCacheVolume volume;
     ImmediateCacheDeletion deletions { volume };
     RenderCacheEviction eviction { directory, volume, deletions };
     RenderCacheFile cache { directory };
-
-    ~RealCache() override { root.deleteRecursively(); }
 
     juce::String save (int n, int ageSeconds)
     {

@@ -3,6 +3,7 @@
 #include "samples/PreparedSample.h"
 #include "samples/RenderCacheFile.h"
 #include "samples/SampleKey.h"
+#include "tests/support/TempDirectory.h"
 
 #include <cstring>
 
@@ -12,8 +13,9 @@ const juce::String variantKey = SampleKey::make ("tavrine:bank/loop.wav", "pitch
 
 struct CacheDirectory : ::testing::Test
 {
-    juce::File directory = juce::File::getSpecialLocation (juce::File::tempDirectory)
-                               .getNonexistentChildFile ("tavrine-render-cache-test", "", false);
+    tavrine::test::TempDirectory temp { "tavrine-render-cache-test" };
+    // Not created up front: the first save must make it.
+    juce::File directory = temp.root.getChildFile ("RenderCache");
     RenderCacheFile cache { directory };
     std::unique_ptr<juce::AudioSampleBuffer> forward;
     std::unique_ptr<juce::AudioSampleBuffer> reverse;
@@ -31,8 +33,6 @@ struct CacheDirectory : ::testing::Test
         forward->setSample (1, 5, std::numeric_limits<float>::quiet_NaN());
         reverse = PreparedSample::makeReverse (*forward);
     }
-
-    ~CacheDirectory() override { directory.deleteRecursively(); }
 
     juce::File writeValid()
     {
