@@ -50,6 +50,7 @@ public:
     const juce::AudioSampleBuffer& getReverse() const noexcept { return *reverse; }
     const Overview& getForwardOverview() const noexcept { return forwardOverview; }
     const Overview& getReverseOverview() const noexcept { return reverseOverview; }
+    PreparedSamplePool* getPool() const noexcept { return pool; }
 
 private:
     const juce::String key;
@@ -60,4 +61,16 @@ private:
     PreparedSamplePool* const pool;
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (PreparedSample)
+};
+
+// The pool lists samples without counting them, and getSample may hand out a
+// new reference to a listed sample from any thread. A plain `delete` on the
+// last release would race with that: the count reaches 0, and before the
+// destructor takes the pool's lock to leave the list, another thread finds the
+// sample there and counts it again. So a pooled sample is deleted by its pool,
+// under the pool's lock, and only if nobody took a new reference meanwhile.
+template <>
+struct juce::ContainerDeletePolicy<PreparedSample>
+{
+    static void destroy (PreparedSample* sample);
 };
