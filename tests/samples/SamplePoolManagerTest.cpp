@@ -316,3 +316,49 @@ TEST_F (SamplePool, ANewCacheDirectoryIsAdoptedAndTheEmptiedOldOneDeleted)
     EXPECT_TRUE (foreign.existsAsFile());
     EXPECT_EQ (manager.getCacheDirectory(), cacheDirectory);
 }
+
+// Two threads keep finding, dropping and remaking one key, so that a last
+// release often meets a lookup of the same sample. A lookup that counts a
+// sample whose last release is under way must keep it alive (and the release
+// must then not free it); anything else frees a sample that is still held.
+TEST_F (SamplePool, ALookupRacingTheLastReleaseNeverGetsAFreedSample)
+{
+    RecordingSampleManager manager (cacheDirectory);
+    const auto key = SampleKey::make ("/loops/contended.wav", {});
+    std::atomic<int> made { 0 };
+    auto worker = [&] {
+        for (int i = 0; i < 3000; ++i)
+        {
+            auto sample = manager.getSample (key);
+            if (sample == nullptr)
+            {
+                sample = makeSample (key, &manager, 4);
+                ++made;
+            }
+            // Touch what we hold: a freed sample shows here (or to ASan/TSan).
+            ASSERT_EQ (sample->getKey(), key);
+            ASSERT_EQ (sample->getForward().getNumSamples(), 4);
+        }
+    };
+    std::thread other (worker);
+    worker();
+    other.join();
+    EXPECT_EQ (manager.getNumListedSamples(), 0);
+    EXPECT_EQ (manager.getRemovedOnThreads().size(), made.load());
+}
+
+// Eviction chooses on the housekeeping thread; the deletion is a job on the
+// preparation thread.
+TEST_F (SamplePool, EvictionDeletesCacheFilesThroughThePreparationThread)
+{
+    RecordingSampleManager manager (cacheDirectory);
+    const auto key = SampleKey::make ("tavrine:bank/a.wav", "pitch=1");
+    {
+        auto variant = makeSample (key, &manager);
+        manager.saveSample (variant, SamplePoolManager::SaveMode::deferred);
+        ASSERT_TRUE (manager.waitUntilIdle());
+    }
+    ASSERT_TRUE (manager.getCacheFile (key).existsAsFile());
+    manager.applyCacheSettings (cacheDirectory, 0.0, 0.0);
+    EXPECT_TRUE (waitUntil ([&] { return ! manager.getCacheFile (key).exists(); }, 4000));
+}
