@@ -218,3 +218,56 @@ TEST_F (PreparationThread, HandOverAndAddJobAllocateNothingOnTheCallingThread)
     ASSERT_TRUE (manager.waitUntilIdle());
     EXPECT_EQ (manager.getNumListedSamples(), 0);
 }
+
+namespace
+{
+struct ProgressRecorder : qvrControllableAPI::ParameterChangeListener
+{
+    explicit ProgressRecorder (SamplePreparationThread& preparationThread) : thread (preparationThread) {}
+    void parameterChanged (qvrControllableAPI::ParameterDef*) override
+    {
+        const std::lock_guard<std::mutex> guard (mutex);
+        seen.push_back ({ thread.getProgressMaximum(), thread.getProgressValue() });
+    }
+    std::vector<std::pair<int, int>> take()
+    {
+        const std::lock_guard<std::mutex> guard (mutex);
+        return std::exchange (seen, {});
+    }
+    SamplePreparationThread& thread;
+    std::mutex mutex;
+    std::vector<std::pair<int, int>> seen;
+};
+} // namespace
+
+// Listeners hear of real changes only: a weightless job, or a job queued a
+// second time, says nothing; a batch says what moved.
+TEST_F (PreparationThread, ProgressIsPublishedOnlyWhenItReallyChanges)
+{
+    RecordingSampleManager manager (cacheDirectory);
+    auto& thread = manager.getPreparationThread();
+    ProgressRecorder recorder (thread);
+    thread.jobQueueProgress->addChangeListener (&recorder, true);
+
+    GateJob::Ptr invisible (new GateJob (0, nullptr, "invisible", false));
+    thread.addJob (invisible.get(), normal);
+    thread.addJob (invisible.get(), normal);
+    EXPECT_TRUE (recorder.take().empty());
+    invisible->gate.signal();
+    ASSERT_TRUE (manager.waitUntilIdle());
+    EXPECT_TRUE (recorder.take().empty());
+
+    GateJob::Ptr job (new GateJob (20, nullptr, "job", false));
+    thread.addJob (job.get(), normal);
+    thread.addJob (job.get(), normal);
+    const auto afterAdd = recorder.take();
+    ASSERT_FALSE (afterAdd.empty());
+    EXPECT_EQ (afterAdd.back(), std::make_pair (20, 0));
+    EXPECT_LE (afterAdd.size(), 1u);
+    job->gate.signal();
+    ASSERT_TRUE (manager.waitUntilIdle());
+    const auto afterEnd = recorder.take();
+    ASSERT_FALSE (afterEnd.empty());
+    EXPECT_EQ (afterEnd.back(), std::make_pair (1, 0));
+    thread.jobQueueProgress->removeChangeListener (&recorder, true);
+}
