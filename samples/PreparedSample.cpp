@@ -16,14 +16,6 @@ PreparedSample::PreparedSample (const juce::String& sampleKey, std::unique_ptr<j
         pool->addPreparedSample (key, this);
 }
 
-void juce::ContainerDeletePolicy<PreparedSample>::destroy (PreparedSample* sample)
-{
-    if (auto* pool = sample->getPool())
-        pool->destroyUnlessRevived (sample);
-    else
-        delete sample;
-}
-
 PreparedSample::~PreparedSample()
 {
     if (pool != nullptr)
@@ -71,9 +63,4 @@ PreparedSample::Overview PreparedSample::computeOverview (const juce::AudioSampl
         overview[(size_t) i] = { range.getStart(), range.getEnd() };
     }
     return overview;
-}
-
-void PreparedSamplePool::destroyUnlessRevived (PreparedSample* sample)
-{
-    delete sample;
 }

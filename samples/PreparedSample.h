@@ -3,6 +3,7 @@
 #include <juce_audio_basics/juce_audio_basics.h>
 
 #include <array>
+#include <atomic>
 #include <memory>
 
 class PreparedSamplePool;
@@ -50,7 +51,35 @@ public:
     const juce::AudioSampleBuffer& getReverse() const noexcept { return *reverse; }
     const Overview& getForwardOverview() const noexcept { return forwardOverview; }
     const Overview& getReverseOverview() const noexcept { return reverseOverview; }
-    PreparedSamplePool* getPool() const noexcept { return pool; }
+
+    // The count. The pool lists samples without counting them and hands out
+    // new references from any thread, so a lookup must never count a sample
+    // whose last reference is already gone (its destructor may be waiting
+    // for the pool's lock to leave the list). JUCE's count cannot refuse an
+    // increment, so the sample keeps its own and hides the base's: a
+    // PreparedSample is counted through PreparedSample::Ptr (or these
+    // members), never through a juce::ReferenceCountedObject pointer.
+    void incReferenceCount() noexcept { count.fetch_add (1, std::memory_order_relaxed); }
+    bool decReferenceCountWithoutDeleting() noexcept
+    {
+        jassert (getReferenceCount() > 0);
+        return count.fetch_sub (1, std::memory_order_acq_rel) == 1;
+    }
+    void decReferenceCount() noexcept
+    {
+        if (decReferenceCountWithoutDeleting())
+            delete this;
+    }
+    int getReferenceCount() const noexcept { return count.load (std::memory_order_acquire); }
+    // Counts the sample only if somebody still does: false once it is dying.
+    bool tryIncReferenceCount() noexcept
+    {
+        int present = count.load (std::memory_order_relaxed);
+        while (present > 0)
+            if (count.compare_exchange_weak (present, present + 1, std::memory_order_acq_rel))
+                return true;
+        return false;
+    }
 
 private:
     const juce::String key;
@@ -59,18 +88,7 @@ private:
     const Overview forwardOverview;
     const Overview reverseOverview;
     PreparedSamplePool* const pool;
+    std::atomic<int> count { 0 };
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (PreparedSample)
-};
-
-// The pool lists samples without counting them, and getSample may hand out a
-// new reference to a listed sample from any thread. A plain `delete` on the
-// last release would race with that: the count reaches 0, and before the
-// destructor takes the pool's lock to leave the list, another thread finds the
-// sample there and counts it again. So a pooled sample is deleted by its pool,
-// under the pool's lock, and only if nobody took a new reference meanwhile.
-template <>
-struct juce::ContainerDeletePolicy<PreparedSample>
-{
-    static void destroy (PreparedSample* sample);
 };

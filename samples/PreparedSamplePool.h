@@ -15,9 +15,4 @@ public:
 
     virtual void addPreparedSample (const juce::String& key, PreparedSample* sample) = 0;
     virtual void removePreparedSample (const juce::String& key, PreparedSample* sample) = 0;
-
-    // Called when a counted reference to a pooled sample was the last one:
-    // deletes it unless another thread has counted it again in the meantime.
-    // The default has no list to race with and deletes at once.
-    virtual void destroyUnlessRevived (PreparedSample* sample);
 };

@@ -18,6 +18,13 @@ CacheLookupJob::CacheLookupJob (const juce::String& sampleUrl, SampleRenderJobPt
     callback = this;
 }
 
+CacheLookupJob::~CacheLookupJob()
+{
+    // The base destructor asks the callback what it is; by then this object
+    // is half gone, so its callback, itself, must not be asked.
+    callback = nullptr;
+}
+
 int CacheLookupJob::run (SamplePoolManager& pool)
 {
     auto* library = manager.getLibrary();

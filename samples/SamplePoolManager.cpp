@@ -33,13 +33,19 @@ PreparedSample::Ptr SamplePoolManager::getSample (const juce::String& key, bool&
 {
     found = loadedFromDisk = false;
     const juce::ScopedLock sl (lock);
-    const int index = keys.indexOf (key);
-    if (index >= 0)
+    for (int i = 0; i < keys.size(); ++i)
     {
-        found = true;
-        // A count of 0 means that its last holder is on its way to
-        // destroyUnlessRevived, which will see this new reference and keep it.
-        return samples.getUnchecked (index);
+        // A listed sample whose count is 0 is dying (its destructor waits for
+        // this lock to unlist it) and must not be counted again; a new one of
+        // the same key may already stand beside it.
+        auto* listed = samples.getUnchecked (i);
+        if (keys[i] == key && listed->tryIncReferenceCount())
+        {
+            found = true;
+            PreparedSample::Ptr sample (listed);
+            listed->decReferenceCountWithoutDeleting(); // the try above counted it already
+            return sample;
+        }
     }
 
     auto buffers = cacheFile->read (key);
@@ -58,8 +64,9 @@ PreparedSample::Ptr SamplePoolManager::getSample (const juce::String& key)
 bool SamplePoolManager::isAvailable (const juce::String& key, bool checkDisk)
 {
     const juce::ScopedLock sl (lock);
-    if (keys.contains (key))
-        return true;
+    for (int i = 0; i < keys.size(); ++i)
+        if (keys[i] == key && samples.getUnchecked (i)->getReferenceCount() > 0)
+            return true;
     return checkDisk && cacheFile->getCacheFile (key).existsAsFile();
 }
 
@@ -84,10 +91,14 @@ void SamplePoolManager::saveAllSamples()
     const juce::ScopedLock sl (lock);
     for (auto* sample : samples)
     {
-        // A sample on its way out (count 0) is not counted again here: its
-        // last holder has let it go, and its release already saved it.
-        if (sample->getReferenceCount() > 0)
-            saveSample (sample, SaveMode::deferred);
+        // A dying sample (count 0) is not counted again: its last holder has
+        // let it go, and its release saved it if it was worth saving.
+        if (sample->tryIncReferenceCount())
+        {
+            PreparedSample::Ptr held (sample);
+            sample->decReferenceCountWithoutDeleting();
+            saveSample (held, SaveMode::deferred);
+        }
     }
 }
 
@@ -142,16 +153,6 @@ void SamplePoolManager::removePreparedSample (const juce::String&, PreparedSampl
         keys.remove (index);
         samples.remove (index);
     }
-}
-
-void SamplePoolManager::destroyUnlessRevived (PreparedSample* sample)
-{
-    // Under the lock nobody can count the sample again: getSample takes it
-    // too. If somebody did before we got here, its reference now keeps the
-    // sample, and its own release comes back here later.
-    const juce::ScopedLock sl (lock);
-    if (samples.contains (sample) && sample->getReferenceCount() == 0)
-        delete sample;
 }
 
 void SamplePoolManager::QueuedCacheDeletion::deleteCacheFile (const juce::File& file)

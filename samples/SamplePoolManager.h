@@ -78,7 +78,6 @@ protected:
 
     void addPreparedSample (const juce::String& key, PreparedSample* sample) override;
     void removePreparedSample (const juce::String& key, PreparedSample* sample) override;
-    void destroyUnlessRevived (PreparedSample* sample) override;
 
 private:
     // Queues each file that eviction chooses as an urgent removal job.

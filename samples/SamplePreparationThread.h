@@ -27,7 +27,9 @@
 // The published progress: maximum = max (1, batchWeight), value = batchWeight
 // - pendingWeight, fraction = value / maximum; (1, 0, 0) while the queue is
 // empty, so that the bar disappears and the next batch starts from nothing.
-// Each is written only when it really changes.
+// Each is written only when it really changes. A write may come from the
+// audio thread (addJob of a release job), so listeners of "jobQueueProgress"
+// register asynchronously; the bar of the user interface polls the fraction.
 class SamplePreparationThread : public juce::Thread, public qvrControllableLib::BasicControllable
 {
 public:

@@ -71,6 +71,12 @@ target_sources(tavrine_tests PRIVATE
     samples/RenderCacheFileTest.cpp
     samples/RenderCacheEvictionTest.cpp
     samples/HousekeepingThreadTest.cpp)
+# The sample pool, its preparation thread and jobs (threading cases run under TSan).
+target_sources(tavrine_tests PRIVATE
+    samples/SamplePoolTestSupport.h
+    samples/SamplePoolManagerTest.cpp
+    samples/SamplePreparationThreadTest.cpp
+    samples/ReleaseSampleJobTest.cpp)
 target_link_libraries(tavrine_tests PRIVATE tavrine_samples)
 # The sample source of a loop: pre-render chain and job, the source's
 # reactions and timer, the swap of a new sample.
