@@ -10,3 +10,6 @@ target_sources(tavrine_bench PRIVATE
 # The parameter FIFO's write against a locked reference.
 target_sources(tavrine_bench PRIVATE
     controllable/ParameterFifoBench.cpp)
+# A loop's pre-render: a render from scratch against a hit in the render cache.
+target_sources(tavrine_bench PRIVATE
+    engine/PreRenderBench.cpp)
