@@ -51,6 +51,22 @@ void AudioSourceChain::addTarget (Controllable* target)
         targets.add (target);
 }
 
+void AudioSourceChain::replaceTarget (Controllable* old, Controllable* replacement)
+{
+    if (replacement != nullptr && replacement != old)
+        targets.removeObject (replacement);
+    const int index = old != nullptr ? targets.indexOf (old) : -1;
+    if (index < 0)
+    {
+        addTarget (replacement);
+        return;
+    }
+    if (replacement != nullptr)
+        targets.set (index, replacement);
+    else
+        targets.remove (index);
+}
+
 int AudioSourceChain::getBlockPositionCounter (int key) const noexcept
 {
     const int index = counters.indexOf (key);

@@ -86,6 +86,11 @@ protected:
 public:
     // Adds a controllable whose parameters the chain publishes.
     void addTarget (Controllable* controllable);
+    // Puts `replacement` in the place of `old` among the published
+    // controllables (the first of equal names wins, so the place matters);
+    // without `old` it is appended, and a null replacement just removes
+    // `old`. Before the first parameter lookup, like every change of targets.
+    void replaceTarget (Controllable* old, Controllable* replacement);
 
     AudioEventTimeline* getTimeline() const noexcept { return queue != nullptr ? queue->getTimeline() : nullptr; }
     AudioEventQueue* getEventQueue() const noexcept { return queue.get(); }

@@ -77,6 +77,8 @@ public:
 
 protected:
     const juce::CriticalSection& getLock() const noexcept { return lock; }
+    // The present engine, or null; call with the lock held.
+    juce::ResamplingAudioSource* getEngine() const noexcept { return engine.get(); }
 
 private:
     // Prepares an engine for kEngineInputSamples of input at `ratio`; returns

@@ -3,25 +3,154 @@
 #include <cmath>
 
 #include "engine/OutputBusValueConverter.h"
+#include "engine/ResamplingModeValueConverter.h"
+#include "engine/ResamplingSliceSumProvider.h"
 #include "engine/TavrineEngine.h"
 
 TavrineLoop::TavrineLoop (TavrineEngine& owner, TavrineLoopMixer& loopMixer, int numOutputBuses)
     : MemorizingAudioChain (kMemoryCapacitySamples), engine (owner), mixer (loopMixer),
-      ownParameters (new qvrControllableLib::BasicControllable())
+      ownParameters (new qvrControllableLib::BasicControllable()),
+      standInHolder (new qvrControllableLib::BasicControllable())
 {
     defineParameters (numOutputBuses);
+    defineStandIns();
     addTarget (ownParameters.get());
+    buildChain();
+    attachCombiners();
     trigger->addChangeListener (this, true);
 }
 
 TavrineLoop::~TavrineLoop()
 {
     trigger->removeChangeListener (this, true);
+    combiners.clear();
+    if (auto* queue = getEventQueue())
+        for (qvrControllableAudio::AudioEvent* event : { (qvrControllableAudio::AudioEvent*) endOfLoop.get(),
+                                                         (qvrControllableAudio::AudioEvent*) endOfSample.get(),
+                                                         (qvrControllableAudio::AudioEvent*) singleShotEnd.get() })
+            queue->remove (event);
 }
 
 void TavrineLoop::parameterChanged (qvrControllableAPI::ParameterDef*)
 {
     setPendingTrigger (trigger.read(), 1.0f);
+}
+
+void TavrineLoop::defineStandIns()
+{
+    auto& p = *standInHolder;
+    p.addParameter (standIns.totalLength.getParameter(), qvrControllableLib::ParameterPersistence::transient);
+    p.addParameter (standIns.nextReadPosition.getParameter(), qvrControllableLib::ParameterPersistence::transient);
+    p.addParameter (standIns.reverse.getParameter());
+    p.addParameter (standIns.globalReverse.getParameter());
+    p.addParameter (standIns.loading.getParameter(), qvrControllableLib::ParameterPersistence::transient);
+    p.addParameter (standIns.adjusting.getParameter(), qvrControllableLib::ParameterPersistence::transient);
+    p.addParameter (standIns.rendering.getParameter(), qvrControllableLib::ParameterPersistence::transient);
+}
+
+void TavrineLoop::buildChain()
+{
+    using namespace qvrControllableAudio;
+    resampler = new SliceAwareResampler();
+    resampler->resamplingMode->setConverter (new ResamplingModeValueConverter());
+    gainSource = new GainAudioSource();
+    balanceSource = new InterpolatedBalanceSource();
+    eq = new ParamEqSource();
+    envelope = new TriggerEnvelopeSource (*this);
+
+    // The chain's outputs of the combiners are derived: the inputs are what
+    // is saved.
+    for (auto* derived : { gainSource->gain.get(), balanceSource->balance.get(), eq->filterFrequency.get(),
+                           eq->filterGain.get(), eq->filterQ.get(), resampler->resamplingRatio.get() })
+        derived->setTransient (true);
+
+    setSampleSource (new MemoryAudioSource());
+    append (resampler.get());
+    appendSource (gainSource.get(), false);
+    append (balanceSource.get());
+    append (eq.get());
+    append (envelope.get());
+    addTarget (standInHolder.get());
+
+    timeline = new TavrineLoopTimeline();
+    setTimeline (timeline.get());
+    bindSourceParameters();
+
+    endOfLoop = new EndOfLoopEvent (*this);
+    endOfSample = new EndOfSampleEvent (*this);
+    singleShotEnd = new SingleShotEndEvent (*this);
+    for (AudioEvent* event : { (AudioEvent*) endOfLoop.get(), (AudioEvent*) endOfSample.get(),
+                               (AudioEvent*) singleShotEnd.get() })
+        getEventQueue()->add (event);
+}
+
+void TavrineLoop::attachCombiners()
+{
+    using Kind = FloatValueCombiner::Kind;
+    auto add = [this] (Kind kind, qvrControllableHandle::FloatParamDefHandle& output, qvrControllableAPI::ParameterDef* a, qvrControllableAPI::ParameterDef* b,
+                       qvrControllableAPI::ParameterDef* c)
+    {
+        combiners.push_back (std::make_unique<FloatValueCombiner> (
+            kind, output.get(), output.minimum.get(), output.maximum.get(), a, b, c));
+    };
+    add (Kind::multiply, gainSource->gain, sequencers.gain.get(), gainXy.get(), gainFine.get());
+    add (Kind::add, balanceSource->balance, sequencers.balance.get(), balanceXy.get(), nullptr);
+    add (Kind::multiply, eq->filterFrequency, sequencers.filterFrequency.get(), filterFrequencyXy.get(), nullptr);
+    add (Kind::multiply, eq->filterGain, sequencers.filterGain.get(), filterGainXy.get(), nullptr);
+    add (Kind::multiply, eq->filterQ, sequencers.filterQ.get(), filterQXy.get(), nullptr);
+    add (Kind::multiply, resampler->resamplingRatio, sequencers.resamplingRatio.get(), resamplingRatioXy.get(),
+         resamplingRatioFine.get());
+
+    // One slice of the constant ratio until the sequencer divides the loop.
+    const double slices[] = { sequencers.resamplingRatio.read() };
+    resamplingSliceSum.write (ResamplingSliceSumProvider::compute (slices, 1));
+}
+
+void TavrineLoop::setSampleSource (qvrControllableAudio::MemoryAudioSource* source)
+{
+    if (source == nullptr)
+        return;
+    qvrControllableAudio::MemoryAudioSourcePtr holder (source);
+    sampleSource = holder;
+    // The timeline ends the loop; the source itself runs on round the end,
+    // so that a crossfade at the end of the sample hears its start.
+    source->sourceLooping.write (true);
+    if (preparedSampleRate > 0.0)
+        source->prepareToPlay (preparedBlockSize, preparedSampleRate);
+    setHeadSource (source, false);
+}
+
+void TavrineLoop::setHead (qvrControllableAudio::AudioSourceProvider* provider)
+{
+    qvrControllableAudio::AudioSourceProviderPtr old (getHead());
+    auto* oldTarget = old != nullptr ? old->getControllable() : nullptr;
+    MemorizingAudioChain::setHead (provider);
+    replaceTarget (oldTarget, provider != nullptr ? provider->getControllable() : nullptr);
+    if (getNumLinks() > 0)
+        getLink (0)->setUpstream (provider != nullptr ? provider->getAudioSource() : nullptr, provider);
+    if (timeline != nullptr)
+        bindSourceParameters();
+}
+
+void TavrineLoop::bindSourceParameters()
+{
+    auto* head = getHead();
+    auto* headParameters = head != nullptr ? head->getControllable() : nullptr;
+    auto pick = [headParameters] (auto& handle, auto& standIn, const char* name)
+    {
+        qvrControllableAPI::ParameterDefPtr found =
+            headParameters != nullptr ? headParameters->findParameter (name) : nullptr;
+        handle.bind (found != nullptr ? found : qvrControllableAPI::ParameterDefPtr (standIn.get()));
+    };
+    pick (totalLength, standIns.totalLength, kTotalLength);
+    pick (nextReadPosition, standIns.nextReadPosition, kNextReadPosition);
+    pick (reverse, standIns.reverse, kReverse);
+    pick (globalReverse, standIns.globalReverse, kGlobalReverse);
+    pick (loading, standIns.loading, kLoading);
+    pick (adjusting, standIns.adjusting, kAdjusting);
+    pick (rendering, standIns.rendering, kRendering);
+    timeline->bind (totalLength.get(), resampler->resamplingRatio.get());
+    resampler->setSampleLength (totalLength.get());
 }
 
 void TavrineLoop::defineParameters (int numOutputBuses)
@@ -80,20 +209,6 @@ void TavrineLoop::defineParameters (int numOutputBuses)
     outputBus->setConverter (new OutputBusValueConverter());
     p.addParameter (outputBus.getParameter());
 
-    p.addParameter (totalLength.getParameter(), qvrControllableLib::ParameterPersistence::transient);
-    p.addParameter (nextReadPosition.getParameter(), qvrControllableLib::ParameterPersistence::transient);
-    resamplingLengthRatio.defaultValue = 1.0;
-    p.addParameter (resamplingLengthRatio.getParameter(), qvrControllableLib::ParameterPersistence::transient);
-
-    envelopeAttack.minimum = 0;
-    envelopeAttack.maximum = 264600;
-    envelopeAttack.defaultValue = 16;
-    p.addParameter (envelopeAttack.getParameter());
-
-    envelopeRelease.minimum = 0;
-    envelopeRelease.maximum = 264600;
-    envelopeRelease.defaultValue = 0;
-    p.addParameter (envelopeRelease.getParameter());
 
     loopingEnabled.defaultValue = true;
     p.addParameter (loopingEnabled.getParameter());
@@ -111,13 +226,16 @@ void TavrineLoop::defineParameters (int numOutputBuses)
     p.addParameter (nextEndLoop.getParameter());
     p.addParameter (nextLoopLength.getParameter());
 
-    p.addParameter (reverse.getParameter());
-    p.addParameter (globalReverse.getParameter());
+    resamplingSliceSum.defaultValue = 1.0;
+    p.addParameter (resamplingSliceSum.getParameter(), qvrControllableLib::ParameterPersistence::transient);
 
-    // States of the sample source.
-    p.addParameter (loading.getParameter(), qvrControllableLib::ParameterPersistence::transient);
-    p.addParameter (adjusting.getParameter(), qvrControllableLib::ParameterPersistence::transient);
-    p.addParameter (rendering.getParameter(), qvrControllableLib::ParameterPersistence::transient);
+    // The constant outputs of the slice sequencers: their defaults.
+    sequencers.gain.value = 1.0;
+    sequencers.balance.value = 0.0;
+    sequencers.filterFrequency.value = 1.0;
+    sequencers.filterGain.value = 0.5;
+    sequencers.filterQ.value = 1.0;
+    sequencers.resamplingRatio.value = 1.0;
 }
 
 void TavrineLoop::setPendingTrigger (bool on, float velocity)
@@ -152,18 +270,82 @@ void TavrineLoop::syncTick()
 
 bool TavrineLoop::isActive() const noexcept
 {
-    return playing.read() || trigger.read();
+    return playing.read() || trigger.read() || timeline->getPosition() != beginLoopFraction.read();
+}
+
+void TavrineLoop::setVelocity (double velocity)
+{
+    if (gainFine.read() != velocity)
+        gainFine.write (velocity);
+}
+
+TavrineLoop::KeyState TavrineLoop::getKeyState() const noexcept
+{
+    if (loading.read())
+        return KeyState::loading;
+    if (adjusting.read())
+        return KeyState::adjusting;
+    if (rendering.read())
+        return KeyState::rendering;
+    const bool held = trigger.read(), sounding = playing.read();
+    if (held)
+        return sounding ? KeyState::playing : KeyState::waiting;
+    return sounding ? KeyState::released : KeyState::idle;
+}
+
+double TavrineLoop::getNextLoopBoundary() const noexcept
+{
+    const double end = endLoopFraction.read();
+    return end <= 0.0 || end >= 1.0 ? 1.0 : end;
+}
+
+void TavrineLoop::addTimelineEvent (qvrControllableAudio::AudioEvent* event)
+{
+    getEventQueue()->add (event);
+}
+
+void TavrineLoop::restartAtBegin()
+{
+    samplesPlayedInLoop.store (0);
+    endOfLoop->fire();
+    loopJumped();
+}
+
+void TavrineLoop::loopJumped() noexcept
+{
+    resampler->restartSliceCount();
+}
+
+bool TavrineLoop::enterTriggerGroup (bool start)
+{
+    return engine.getMasterChain().getTriggerSync().addToTriggerGroup (this, start);
+}
+
+void TavrineLoop::prepareToPlay (int samplesPerBlockExpected, double sampleRate)
+{
+    preparedBlockSize = samplesPerBlockExpected;
+    preparedSampleRate = sampleRate;
+    MemorizingAudioChain::prepareToPlay (samplesPerBlockExpected, sampleRate);
 }
 
 void TavrineLoop::getNextAudioBlock (const juce::AudioSourceChannelInfo& info)
 {
-    // An idle loop, or one without a sample source, plays silence; otherwise
-    // the chain writes every sample of the region itself.
-    if (! playing.read() || getPulledSource() == nullptr)
+    if (! playing.read())
     {
+        // An idle loop renders nothing; it only makes sure that it starts
+        // from its begin, and then the mixer skips it.
         info.clearActiveBufferRegion();
+        const double begin = beginLoopFraction.read();
+        if (timeline->getPosition() != begin)
+        {
+            endOfLoop->fire();
+            if (timeline->getPosition() != begin)
+                timeline->setPosition (begin);
+        }
         return;
     }
+    if (releaseRequested.exchange (false))
+        envelope->beginRelease (samplesPlayedInLoop.read());
     MemorizingAudioChain::getNextAudioBlock (info);
 }
 

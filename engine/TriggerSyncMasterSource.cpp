@@ -1,5 +1,6 @@
 #include "engine/TriggerSyncMasterSource.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "audio/AudioEventQueue.h"
@@ -38,7 +39,7 @@ TriggerSyncMasterSource::TriggerSyncMasterSource (TavrineEngine& owner, TavrineM
     triggerSyncSnapMode.bind (grid.snapMode);
     triggerSyncSnapTimes.bind (grid.snapTimes);
 
-    group.ensureStorageAllocated (TavrineEngine::kNumLoops);
+    static_assert (kGroupCapacity == TavrineEngine::kNumLoops, "the group holds every loop");
     event = new TickEvent (*this);
     queue->add (event.get());
 
@@ -85,19 +86,32 @@ void TriggerSyncMasterSource::reschedule()
     event->setTime (nextTick (timeline.getPosition()));
 }
 
+int TriggerSyncMasterSource::indexInGroup (const TavrineLoop* loop) const noexcept
+{
+    for (int i = 0; i < groupSize; ++i)
+        if (group[(size_t) i] == loop)
+            return i;
+    return -1;
+}
+
 bool TriggerSyncMasterSource::addToTriggerGroup (TavrineLoop* loop, bool start)
 {
     if (! start)
     {
-        group.removeFirstMatchingValue (loop);
+        // Members keep their order: the first is the one that set the grid.
+        if (const int index = indexInGroup (loop); index >= 0)
+        {
+            std::copy (group.begin() + index + 1, group.begin() + groupSize, group.begin() + index);
+            group[(size_t) --groupSize] = nullptr;
+        }
         return true;
     }
     // A sample without a beat plays at once and leaves the grid alone.
     if (loop->hasNoBeat())
         return true;
-    if (! group.contains (loop))
-        group.add (loop);
-    if (group.size() > 1)
+    if (! isInGroup (loop) && groupSize < kGroupCapacity)
+        group[(size_t) groupSize++] = loop;
+    if (groupSize > 1)
         return ! playModeOn.load();
 
     // The first loop defines the grid: it starts now, and the grid with it.

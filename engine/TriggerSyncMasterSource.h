@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 
 #include "audio/AbstractAudioEvent.h"
@@ -22,8 +23,9 @@ class SnapParameterFactory;
 // Threads: addToTriggerGroup, checkSyncTick, reschedule and the event run on
 // the audio thread. A change of the grid's parameters, on whatever thread,
 // only asks for a reschedule, done at the start of the master chain's next
-// block (after the timeline's own restart). The group is preallocated for every loop, so joining allocates
-// nothing.
+// block (after the timeline's own restart). The group is preallocated for
+// every loop in a fixed array, so neither joining nor leaving allocates (a
+// juce::Array shrinks its storage on removal, on the audio thread).
 class TriggerSyncMasterSource : public qvrControllableAudio::ChainableAudioSourceProvider,
                                 public juce::AudioSource,
                                 public qvrControllableLib::BasicControllable,
@@ -62,7 +64,8 @@ public:
     // Audio thread, at the start of a block: reschedules if the grid changed.
     void applyRequestedReschedule();
 
-    bool isInGroup (const TavrineLoop* loop) const noexcept { return group.contains (const_cast<TavrineLoop*> (loop)); }
+    bool isInGroup (const TavrineLoop* loop) const noexcept { return indexInGroup (loop) >= 0; }
+    int getGroupSize() const noexcept { return groupSize; }
     int getNumTicks() const noexcept { return ticks; }
     qvrControllableAudio::AudioEvent* getEvent() const noexcept { return event.get(); }
 
@@ -83,7 +86,11 @@ private:
     juce::ReferenceCountedObjectPtr<qvrControllableAudio::AudioEventQueue> queue;
     qvrControllableHandle::BoolParamDefHandle triggerPlayMode;
     qvrControllableHandle::FloatParamDefHandle masterBpm;
-    juce::Array<TavrineLoop*> group;
+    int indexInGroup (const TavrineLoop* loop) const noexcept;
+
+    static constexpr int kGroupCapacity = 72;
+    std::array<TavrineLoop*, kGroupCapacity> group {};
+    int groupSize = 0;
     juce::ReferenceCountedObjectPtr<qvrControllableAudio::AbstractAudioEvent> event;
     int ticks = 0;
     std::atomic<bool> rescheduleRequested { false };

@@ -28,9 +28,13 @@ TEST (EngineDispatch, PathsReachTheMasterChainTheLoopsAndTheDispatcher)
     fine->getValue()->setFloat (9.0); // clamps to the loop's range
     EXPECT_DOUBLE_EQ (engine.getLoop (71)->resamplingRatioFine.read(), 1.5);
 
-    for (const char* path : { "master.currentTime", "master.maxBlockSize", "triggerSwitch", "editLoopIndex" })
+    for (const char* path : { "master.currentTime", "master.maxBlockSize", "triggerSwitch", "editLoopIndex",
+                              // published by the members of a loop's chain
+                              "loop0.gain", "loop0.totalLength", "loop0.sourceLooping", "loop0.resamplingMode",
+                              "loop0.resamplingLengthRatio", "loop0.envelopeAttack", "loop0.globalReverse",
+                              "loop0.loading", "loop71.filterFrequency", "editLoop.nextReadPosition" })
         EXPECT_NE (root->findParameter (path), nullptr) << path;
-    for (const char* path : { "loop72.gain.xyMode", "Master.outputBpm", "loop0.gain" })
+    for (const char* path : { "loop72.gain.xyMode", "Master.outputBpm", "loop0.noSuchParameter" })
         EXPECT_EQ (root->findParameter (path), nullptr) << path;
 }
 

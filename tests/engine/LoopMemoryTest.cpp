@@ -15,6 +15,8 @@ TEST (LoopMemory, ADroppedLoopMovesItsReadPositionBackAndAKeptLoopReplays)
         loop->setHeadSource (new HashSource(), true);
         loop->prepareToPlay (128, 44100.0);
         loop->totalLength.write (1000);
+        // The timeline and the read position agree: a tenth into the sample.
+        loop->getTimeline().setPosition (0.1);
         loop->nextReadPosition.write (100);
         loop->playing.write (true);
     }
@@ -48,7 +50,12 @@ TEST (LoopRender, EveryLoopOverwritesItsRegion)
     auto* withoutSource = engine.getLoop (1);
     withSource->setHeadSource (new HashSource(), true);
     for (auto* loop : { withSource, withoutSource })
+    {
+        // Unity gain and no attack: the chain passes the source untouched.
+        loop->gainXy.write (1.0);
+        loop->getEnvelopeSource().envelopeAttack.write (0);
         loop->prepareToPlay (128, 44100.0);
+    }
 
     juce::AudioBuffer<float> buffer (2, 96);
     for (bool playing : { false, true })

@@ -32,8 +32,10 @@ struct FlushScene
             loop->totalLength.write (1 << 20);
             loop->nextReadPosition.write (1000 * key);
         }
-        engine.getLoop (0)->playing.write (true);
-        engine.getLoop (1)->playing.write (true);
+        // Loops 0 and 1 form the trigger group and start at once; with the
+        // play mode on, loop 2 then waits for the grid.
+        engine.getLoop (0)->trigger.write (true);
+        engine.getLoop (1)->trigger.write (true);
         master.triggerPlayMode.write (true);
         engine.getLoop (2)->trigger.write (true);
     }

@@ -63,7 +63,10 @@ TEST (TriggerSync, AWaitingLoopStartsExactlyOnTheTick)
             startedAt = master.getMasterTimeline().getSamplePosition();
     };
     loop->playing->addChangeListener (&listener, true);
-    loop->trigger.write (true); // waiting: triggered, not playing
+    // Loop 0 starts the group and the grid; loop 5 then waits for the tick.
+    engine.getLoop (0)->trigger.write (true);
+    loop->trigger.write (true);
+    EXPECT_FALSE (loop->playing.read());
 
     // A quarter bar at 120 bpm is 22050 samples; odd blocks cut around it.
     render (*engine.getAudioSource(), 2, 30000, 100);
