@@ -74,6 +74,10 @@ protected:
     // Renders one block from the present buffer; the caller holds the lock.
     // Returns whether the position moved.
     bool renderLocked (const juce::AudioSourceChannelInfo& info);
+    // Points the source at another buffer, leaving length, position and
+    // their listeners alone; the caller holds the lock and keeps the buffer
+    // alive. For subclasses that hold one sample in several buffers.
+    void setBufferLocked (juce::AudioSampleBuffer* newBuffer) noexcept { buffer = newBuffer; }
     void signalPositionChanged();
 
 private:

@@ -81,4 +81,5 @@ target_link_libraries(tavrine_tests PRIVATE tavrine_samples)
 # The sample source of a loop: pre-render chain and job, the source's
 # reactions and timer, the swap of a new sample.
 target_sources(tavrine_tests PRIVATE
-    engine/PreRenderJobTest.cpp)
+    engine/PreRenderJobTest.cpp
+    engine/SampleSourceTest.cpp)
