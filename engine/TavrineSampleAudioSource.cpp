@@ -290,6 +290,16 @@ void TavrineSampleAudioSource::installSampleLocked (PreparedSample::Ptr& incomin
                                               : nullptr);
     nextReadPosition.store (newPosition);
     totalLength.store (newLength);
+    jassert (checkInvariantsLocked());
+}
+
+bool TavrineSampleAudioSource::checkInvariantsLocked() const noexcept
+{
+    if (currentSample == nullptr)
+        return getBuffer() == nullptr && totalLength.read() == 0;
+    const auto* playing = getBuffer();
+    return (playing == &currentSample->getForward() || playing == &currentSample->getReverse())
+           && totalLength.read() == currentSample->getForward().getNumSamples();
 }
 
 void TavrineSampleAudioSource::signalSampleReplaced()

@@ -124,6 +124,8 @@ public:
     qvrControllableHandle::IntParamDefHandle resamplingMode;
 
 private:
+    // Invariants 1 and 3 as far as they can be seen; the caller holds the lock.
+    bool checkInvariantsLocked() const noexcept;
     void timerCallback() override;
     void defineParameters();
     void bindLoopParameters();
