@@ -130,6 +130,29 @@ TEST_F (PreRenderJobTest, TheRenderKeepsTheSignalFadesItsEdgesAndMirrorsItsRever
     }
 }
 
+// A loop's beats stay on the grid: a burst at input sample n starts near
+// factor x n in the render, with no latency of the stretcher in front.
+TEST_F (PreRenderJobTest, TransientsLandWhereTheFactorPutsThem)
+{
+    auto audio = makeConstant (2, 44100, 0.0f);
+    for (int onset : { 4410, 22050 })
+        for (int c = 0; c < 2; ++c)
+            for (int k = 0; k < 64; ++k)
+                audio.setSample (c, onset + k, 0.8f * (float) std::sin (k * 0.3));
+    setFactor (4.0 / 3.0);
+    ASSERT_EQ (runWith (makeSample (url, audio)), 0);
+
+    const auto& out = job->sample->getForward();
+    auto firstAbove = [&out] (int from) {
+        for (int i = from; i < out.getNumSamples(); ++i)
+            if (std::abs (out.getSample (0, i)) > 0.05f)
+                return i;
+        return -1;
+    };
+    EXPECT_NEAR (firstAbove (0), 5880, 64);
+    EXPECT_NEAR (firstAbove (20000), 29400, 64);
+}
+
 TEST_F (PreRenderJobTest, FadesRampInOverSixteenAndOutOverOneHundredTwentyEightSamples)
 {
     auto ones = makeConstant (2, 1000, 1.0f);
