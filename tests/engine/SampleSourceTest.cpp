@@ -544,27 +544,28 @@ TEST_F (SampleSourceTest, DeliveriesPlaybackAndParameterWritesRunConcurrently)
         }
     });
 
-    for (int i = 0; i < 40; ++i)
+    // Queued together, so that the deliveries follow each other as fast as
+    // the preparation thread runs them.
+    struct Deliver : public SamplePreparationJob
     {
-        juce::WaitableEvent delivered;
-        struct Deliver : public SamplePreparationJob
+        Deliver (TavrineSampleAudioSource& s, int n, std::atomic<int>& count) : target (s), index (n), done (count) {}
+        int run (SamplePoolManager&) override
         {
-            Deliver (TavrineSampleAudioSource& s, int n, juce::WaitableEvent& e) : target (s), index (n), done (e) {}
-            int run (SamplePoolManager&) override
-            {
-                target.jobFinished (makeSample ("s" + juce::String (index), makeRamp (500 + index)), 0);
-                done.signal();
-                return 0;
-            }
-            int getWeight() const override { return 0; }
-            TavrineSampleAudioSource& target;
-            int index;
-            juce::WaitableEvent& done;
-        };
+            target.jobFinished (makeSample ("s" + juce::String (index), makeRamp (500 + index)), 0);
+            ++done;
+            return 0;
+        }
+        int getWeight() const override { return 0; }
+        TavrineSampleAudioSource& target;
+        int index;
+        std::atomic<int>& done;
+    };
+    constexpr int deliveries = 200;
+    std::atomic<int> delivered { 0 };
+    for (int i = 0; i < deliveries; ++i)
         manager.getPreparationThread().addJob (new Deliver (*source, i, delivered),
                                                SamplePreparationThread::Priority::normal);
-        ASSERT_TRUE (delivered.wait (5000));
-    }
+    EXPECT_TRUE (waitFor ([&] { return delivered.load() == deliveries; }));
     stop.store (true);
     audio.join();
     writer.join();
