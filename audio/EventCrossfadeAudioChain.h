@@ -58,6 +58,9 @@ public:
     void setTimeline (AudioEventTimeline* timeline) override;
 
     bool isCrossfading() const noexcept { return crossfadeRemaining > 0; }
+    // Audio thread: drops a fade that is running, for a chain that stopped
+    // and will start on unrelated audio (its rest would fade that in).
+    void cancelCrossfade() noexcept { crossfadeRemaining = 0; }
     // The last samples that left the chain: age 0 is the newest, up to
     // kEdgeSamples - 1. Audio thread.
     float getEdgeSample (int channel, int age) const noexcept;

@@ -335,6 +335,7 @@ void TavrineLoop::getNextAudioBlock (const juce::AudioSourceChannelInfo& info)
         // An idle loop renders nothing; it only makes sure that it starts
         // from its begin, and then the mixer skips it.
         info.clearActiveBufferRegion();
+        cancelCrossfade();
         const double begin = beginLoopFraction.read();
         if (timeline->getPosition() != begin)
         {

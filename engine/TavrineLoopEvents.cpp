@@ -86,8 +86,10 @@ void EndOfLoopEvent::process()
     {
         // The markers were moved directly (an editor): the automated
         // length follows them, so that the next automation starts from here.
+        // A length of 0 is a whole turn, like 1: an automated 0 is left as
+        // it is rather than rewritten as its equal.
         const double length = wrapLength (loop.endLoopFraction.read() - nextBegin);
-        if (loop.nextLoopLength.read() != length)
+        if (wrapLength (loop.nextLoopLength.read()) != length)
             loop.nextLoopLength.write (length);
         if (loop.beginLoopFraction.read() != nextBegin)
             loop.beginLoopFraction.write (nextBegin);

@@ -52,6 +52,10 @@ void TriggerEnvelopeSource::triggerOn()
         renderTail();
     else
         tailRemaining = tailLength = 0;
+    // A fade the chain was running when the loop stopped belongs to the
+    // last note; the new one starts clean.
+    if (! loop.playing.read())
+        loop.cancelCrossfade();
 
     loop.restartAtBegin();
     releaseStart = -1;

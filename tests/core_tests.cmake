@@ -53,6 +53,11 @@ target_sources(tavrine_tests PRIVATE
 target_sources(tavrine_tests PRIVATE
     engine/EngineThreadingTest.cpp
     engine/ReadAheadFlushTest.cpp)
+# A loop's playback: markers, envelope, mixer buses, idle cost, threads.
+target_sources(tavrine_tests PRIVATE
+    engine/LoopPlaybackTest.cpp
+    engine/TriggerEnvelopeTest.cpp
+    engine/LoopMixerTest.cpp)
 # Plug-in lifetime on a host's own thread.
 target_sources(tavrine_tests PRIVATE
     shell/ProcessorLifetimeTest.cpp)
