@@ -15,11 +15,7 @@ void TavrineLoopPreRenderJob::setClient (SamplePreparationCallback* client)
     relay->setClient (client);
 }
 
-TavrineLoopPreRenderJob::~TavrineLoopPreRenderJob()
-{
-    // The relay is a member and is gone before the base looks at its callback.
-    callback = nullptr;
-}
+TavrineLoopPreRenderJob::~TavrineLoopPreRenderJob() = default;
 
 juce::String TavrineLoopPreRenderJob::getRenderSignature()
 {
