@@ -18,6 +18,20 @@ juce::String TavrineEngine::getKeyName (int keyIndex)
     return noteNames()[keyIndex % 12] + juce::String (keyIndex / 12 + 1);
 }
 
+int TavrineEngine::getKeyIndex (const juce::String& keyName)
+{
+    const auto name = keyName.trim().toUpperCase();
+    const int octaveStart = name.indexOfAnyOf ("0123456789");
+    if (octaveStart < 1 || ! name.substring (octaveStart).containsOnly ("0123456789"))
+        return -1;
+    const int note = noteNames().indexOf (name.substring (0, octaveStart));
+    const int octave = name.substring (octaveStart).getIntValue();
+    if (note < 0 || octave < 1 || octaveStart + 1 != name.length())
+        return -1;
+    const int key = (octave - 1) * 12 + note;
+    return key < kNumLoops ? key : -1;
+}
+
 TavrineEngine::TavrineEngine (Buses buses)
     : numOutputBuses (buses == Buses::single ? 1 : kNumOutputBuses),
       snapFactory (std::make_unique<SnapParameterFactory>()),

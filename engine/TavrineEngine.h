@@ -90,6 +90,9 @@ public:
 
     // "C1" for key 0 ... "B6" for key 71.
     static juce::String getKeyName (int keyIndex);
+    // The inverse: the key of a name such as "C1", "F#3" or "b6" (any case),
+    // -1 for anything that is not one of the 72 keys.
+    static int getKeyIndex (const juce::String& keyName);
 
 private:
     void createLoop();
