@@ -3,6 +3,7 @@
 #include <juce_audio_basics/juce_audio_basics.h>
 
 #include <array>
+#include <atomic>
 #include <memory>
 
 class PreparedSamplePool;
@@ -51,6 +52,35 @@ public:
     const Overview& getForwardOverview() const noexcept { return forwardOverview; }
     const Overview& getReverseOverview() const noexcept { return reverseOverview; }
 
+    // The count. The pool lists samples without counting them and hands out
+    // new references from any thread, so a lookup must never count a sample
+    // whose last reference is already gone (its destructor may be waiting
+    // for the pool's lock to leave the list). JUCE's count cannot refuse an
+    // increment, so the sample keeps its own and hides the base's: a
+    // PreparedSample is counted through PreparedSample::Ptr (or these
+    // members), never through a juce::ReferenceCountedObject pointer.
+    void incReferenceCount() noexcept { count.fetch_add (1, std::memory_order_relaxed); }
+    bool decReferenceCountWithoutDeleting() noexcept
+    {
+        jassert (getReferenceCount() > 0);
+        return count.fetch_sub (1, std::memory_order_acq_rel) == 1;
+    }
+    void decReferenceCount() noexcept
+    {
+        if (decReferenceCountWithoutDeleting())
+            delete this;
+    }
+    int getReferenceCount() const noexcept { return count.load (std::memory_order_acquire); }
+    // Counts the sample only if somebody still does: false once it is dying.
+    bool tryIncReferenceCount() noexcept
+    {
+        int present = count.load (std::memory_order_relaxed);
+        while (present > 0)
+            if (count.compare_exchange_weak (present, present + 1, std::memory_order_acq_rel))
+                return true;
+        return false;
+    }
+
 private:
     const juce::String key;
     const std::unique_ptr<juce::AudioSampleBuffer> forward;
@@ -58,6 +88,7 @@ private:
     const Overview forwardOverview;
     const Overview reverseOverview;
     PreparedSamplePool* const pool;
+    std::atomic<int> count { 0 };
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (PreparedSample)
 };

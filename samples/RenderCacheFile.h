@@ -41,6 +41,7 @@ public:
     explicit RenderCacheFile (const juce::File& cacheDirectory);
 
     juce::File getCacheFile (const juce::String& key) const;
+    const juce::File& getDirectory() const noexcept { return directory; }
 
     // Creates the directory if needed. An existing file is not rewritten,
     // only renewed, since the same key means the same audio.

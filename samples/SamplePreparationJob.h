@@ -22,6 +22,11 @@ public:
 //
 // Threads: fields are set by whoever builds and queues the job; after addJob
 // only the preparation thread touches them, until the job is finished.
+//
+// The job does not count a counted callback, yet its destructor asks the
+// callback what it is: such a callback must outlive the job, or clear
+// `callback` before it goes (a job that is its own callback clears it in its
+// destructor).
 class SamplePreparationJob : public juce::ReferenceCountedObject
 {
 public:

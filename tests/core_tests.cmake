@@ -71,4 +71,10 @@ target_sources(tavrine_tests PRIVATE
     samples/RenderCacheFileTest.cpp
     samples/RenderCacheEvictionTest.cpp
     samples/HousekeepingThreadTest.cpp)
+# The sample pool, its preparation thread and jobs (threading cases run under TSan).
+target_sources(tavrine_tests PRIVATE
+    samples/SamplePoolTestSupport.h
+    samples/SamplePoolManagerTest.cpp
+    samples/SamplePreparationThreadTest.cpp
+    samples/ReleaseSampleJobTest.cpp)
 target_link_libraries(tavrine_tests PRIVATE tavrine_samples)
