@@ -32,8 +32,15 @@ int TavrineEngine::getKeyIndex (const juce::String& keyName)
     return key < kNumLoops ? key : -1;
 }
 
-TavrineEngine::TavrineEngine (Buses buses)
+juce::File TavrineEngine::defaultRenderCacheDirectory()
+{
+    return juce::File::getSpecialLocation (juce::File::tempDirectory).getChildFile ("Tavrine Render Cache");
+}
+
+TavrineEngine::TavrineEngine (Buses buses, const juce::File& renderCacheDirectory)
     : numOutputBuses (buses == Buses::single ? 1 : kNumOutputBuses),
+      sampleManager (std::make_unique<TavrineSampleManager> (
+          renderCacheDirectory == juce::File() ? defaultRenderCacheDirectory() : renderCacheDirectory)),
       snapFactory (std::make_unique<SnapParameterFactory>()),
       targetKeyHolder (new qvrControllableLib::BasicControllable())
 {
@@ -60,6 +67,9 @@ TavrineEngine::TavrineEngine (Buses buses)
 
 TavrineEngine::~TavrineEngine()
 {
+    // No job may run against a loop that is going: the preparation thread
+    // ends first, dropping what is still queued.
+    sampleManager->stopThreads();
     sampleRateConverter.reset();
 }
 
