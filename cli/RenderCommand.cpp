@@ -602,13 +602,19 @@ juce::String loadKeys (const RenderOptions& options, TavrinePluginProcessor& pro
         return busy;
     };
     const auto deadline = juce::Time::getMillisecondCounterHiRes() + 1000.0 * RenderOptions::kSampleWaitSeconds;
-    int lastBusy = -1;
+    auto& preparation = engine.getSampleManager().getPreparationThread();
+    int lastBusy = -1, lastPercent = -1;
     for (int busy = countBusy(); busy > 0; busy = countBusy())
     {
-        if (busy != lastBusy)
+        // The preparation thread's share of the present batch done, in steps
+        // of ten so that a long render prints a handful of lines.
+        const int percent = 10 * (int) (10.0 * preparation.getProgressFraction());
+        if (busy != lastBusy || percent > lastPercent)
         {
-            progress << "preparing samples: " << busy << (busy == 1 ? " key" : " keys") << " to go\n";
+            progress << "preparing samples: " << busy << (busy == 1 ? " key" : " keys") << " to go, batch " << percent
+                     << " % done\n";
             lastBusy = busy;
+            lastPercent = percent;
         }
         if (juce::Time::getMillisecondCounterHiRes() > deadline)
         {
