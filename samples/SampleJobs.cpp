@@ -14,15 +14,8 @@ CacheLookupJob::CacheLookupJob (const juce::String& sampleUrl, SampleRenderJobPt
                                 TavrineSampleManager& owner, SamplePreparationCallback* requestingClient)
     : url (sampleUrl), renderJob (std::move (jobToRender)), manager (owner), client (requestingClient)
 {
-    // Its own answer: counted, so the job's destructor leaves it alone.
+    // Its own answer; not owned, it is the job itself.
     callback = this;
-}
-
-CacheLookupJob::~CacheLookupJob()
-{
-    // The base destructor asks the callback what it is; by then this object
-    // is half gone, so its callback, itself, must not be asked.
-    callback = nullptr;
 }
 
 int CacheLookupJob::run (SamplePoolManager& pool)
@@ -50,7 +43,7 @@ void CacheLookupJob::jobFinished (PreparedSample::Ptr found, int lookupResult)
     }
     sample = nullptr;
     auto* load = new LoadFromFileJob (url, manager.getLibrary());
-    load->callback = new RenderAfterLoadCallback (url, renderJob, client, manager);
+    load->setOwnedCallback (std::make_unique<RenderAfterLoadCallback> (url, renderJob, client, manager));
     manager.getPreparationThread().addJob (load, normalPriority);
 }
 

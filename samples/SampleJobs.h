@@ -37,7 +37,6 @@ public:
     // renderJob may be null: the client then gets the plain sample.
     CacheLookupJob (const juce::String& url, SampleRenderJobPtr renderJob, TavrineSampleManager& manager,
                     SamplePreparationCallback* client);
-    ~CacheLookupJob() override;
 
     int run (SamplePoolManager& pool) override;
     int getWeight() const override { return weight; }

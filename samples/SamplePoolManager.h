@@ -72,8 +72,10 @@ protected:
     explicit SamplePoolManager (const juce::File& cacheDirectory);
 
     // Stops both threads (idempotent): the preparation thread's queued jobs
-    // are dropped without their callbacks. A subclass whose jobs use its own
-    // members calls this first in its destructor.
+    // are dropped without their callbacks. The most derived class calls this
+    // first in its destructor: jobs and samples call into the pool's virtual
+    // functions from the preparation thread, which must have ended before the
+    // first destructor changes what they resolve to.
     void stopThreads();
 
     void addPreparedSample (const juce::String& key, PreparedSample* sample) override;

@@ -2,11 +2,12 @@
 
 SamplePreparationJob::SamplePreparationJob() : notBefore (juce::Time::getCurrentTime()) {}
 
-SamplePreparationJob::~SamplePreparationJob()
+SamplePreparationJob::~SamplePreparationJob() = default;
+
+void SamplePreparationJob::setOwnedCallback (std::unique_ptr<SamplePreparationCallback> ownedCallback)
 {
-    // A counted callback owns itself; anything else was handed to the job.
-    if (callback != nullptr && dynamic_cast<juce::ReferenceCountedObject*> (callback) == nullptr)
-        delete callback;
+    owned = std::move (ownedCallback);
+    callback = owned.get();
 }
 
 void SamplePreparationJob::execute (SamplePoolManager& pool)

@@ -3,6 +3,7 @@
 #include "samples/PreparedSample.h"
 
 #include <atomic>
+#include <memory>
 
 class SamplePoolManager;
 
@@ -23,19 +24,23 @@ public:
 // Threads: fields are set by whoever builds and queues the job; after addJob
 // only the preparation thread touches them, until the job is finished.
 //
-// The job does not count a counted callback, yet its destructor asks the
-// callback what it is: such a callback must outlive the job, or clear
-// `callback` before it goes (a job that is its own callback clears it in its
-// destructor).
+// Callbacks. `callback` is only a pointer: a counted callback (a sample
+// source) owns itself and the job never touches it after it has run. A plain
+// callback that the job is to own is given with setOwnedCallback, which the
+// job deletes with itself. Ownership is fixed when the callback is given,
+// never found out at destruction: by then a counted callback may be gone, or
+// be the object being destroyed.
 class SamplePreparationJob : public juce::ReferenceCountedObject
 {
 public:
     using Ptr = juce::ReferenceCountedObjectPtr<SamplePreparationJob>;
 
     SamplePreparationJob();
-    // Deletes the callback, unless it is reference counted itself (a sample
-    // source that outlives the job is).
+    // Deletes an owned callback (setOwnedCallback), nothing else.
     ~SamplePreparationJob() override;
+
+    // Sets `callback` to one that the job owns from now on.
+    void setOwnedCallback (std::unique_ptr<SamplePreparationCallback> ownedCallback);
 
     // Preparation thread: run, keep its value, mark the job done.
     void execute (SamplePoolManager& pool);
@@ -48,6 +53,9 @@ public:
     int result = 0;
     SamplePreparationCallback* callback = nullptr;
     PreparedSample::Ptr sample;
+
+private:
+    std::unique_ptr<SamplePreparationCallback> owned;
 
     JUCE_DECLARE_NON_COPYABLE (SamplePreparationJob)
 };

@@ -72,6 +72,13 @@ void SamplePreparationThread::run()
         if (job->callback != nullptr)
             job->callback->jobFinished (job->sample, job->result);
         jobFinished (*job);
+
+        // Idle only once this thread has let go of the job too: whatever the
+        // job still holds (a sample, a callback's reference) is gone by then.
+        job = nullptr;
+        const juce::ScopedLock sl (queueLock);
+        runningJob = nullptr;
+        runningJobRequeued = false;
     }
 }
 
@@ -129,7 +136,6 @@ void SamplePreparationThread::jobFinished (SamplePreparationJob& job)
         }
         if (runningJob == &job)
         {
-            runningJob = nullptr;
             if (runningJobRequeued)
             {
                 runningJobRequeued = false;
@@ -230,7 +236,7 @@ bool SamplePreparationThread::checkInvariants() const
         return false;
     if (queue.empty() && batchWeight != 0)
         return false;
-    return runningJob == nullptr || isQueuedLocked (runningJob);
+    return true;
 }
 
 bool SamplePreparationThread::isQueuedLocked (const SamplePreparationJob* job) const noexcept

@@ -23,7 +23,9 @@
 // Invariants, under queueLock:
 // 1. pendingWeight is the sum of the weights of the jobs in the queue.
 // 2. batchWeight >= pendingWeight; both are 0 when the queue is empty.
-// 3. runningJob, when set, is in the queue.
+// 3. runningJob is the job this thread holds, from getNextJob until it has
+//    let go of it (after jobFinished); adding it again meanwhile, while it
+//    is still queued, queues it once more after it has finished.
 // The published progress: maximum = max (1, batchWeight), value = batchWeight
 // - pendingWeight, fraction = value / maximum; (1, 0, 0) while the queue is
 // empty, so that the bar disappears and the next batch starts from nothing.

@@ -74,6 +74,7 @@ target_sources(tavrine_tests PRIVATE
 # The sample pool, its preparation thread and jobs (threading cases run under TSan).
 target_sources(tavrine_tests PRIVATE
     samples/SamplePoolTestSupport.h
+    samples/SamplePreparationJobTest.cpp
     samples/SamplePoolManagerTest.cpp
     samples/SamplePreparationThreadTest.cpp
     samples/ReleaseSampleJobTest.cpp)

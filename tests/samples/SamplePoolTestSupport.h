@@ -106,10 +106,6 @@ struct FakeRenderJob : SampleRenderJob
         callback = client;
     }
 
-    // The client is counted and may be gone first (a test that stops early):
-    // the base must not ask it what it is.
-    ~FakeRenderJob() override { callback = nullptr; }
-
     juce::String getRenderSignature() override { return signature; }
 
     void setSource (const juce::String& url, PreparedSample::Ptr sourceSample) override
@@ -193,6 +189,8 @@ inline PreparedSample::Ptr makeSample (const juce::String& key, PreparedSamplePo
 struct RecordingSampleManager : TavrineSampleManager
 {
     using TavrineSampleManager::TavrineSampleManager;
+    // Most derived: no job may call into this object once it starts going.
+    ~RecordingSampleManager() override { stopThreads(); }
 
     void removePreparedSample (const juce::String& key, PreparedSample* sample) override
     {
