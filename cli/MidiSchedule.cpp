@@ -118,6 +118,19 @@ MidiSchedule MidiSchedule::makeBuiltInPattern (double bpm, double sampleRate)
     return fromTimedMessages (std::move (messages), kPatternBeats * secondsPerBeat, sampleRate);
 }
 
+MidiSchedule MidiSchedule::makeHeldKeys (const juce::Array<int>& noteNumbers, int bars, double bpm, double sampleRate)
+{
+    jassert (bars > 0 && bpm > 0.0 && sampleRate > 0.0);
+    const double endSeconds = bars * 4.0 * 60.0 / bpm;
+    std::vector<TimedMessage> messages;
+    for (const int note : noteNumbers)
+    {
+        messages.push_back ({ 0.0, juce::MidiMessage::noteOn (kPatternChannel, note, (juce::uint8) 127) });
+        messages.push_back ({ endSeconds, juce::MidiMessage::noteOff (kPatternChannel, note) });
+    }
+    return fromTimedMessages (std::move (messages), endSeconds, sampleRate);
+}
+
 MidiSchedule MidiSchedule::fromTimedMessages (std::vector<TimedMessage> messages, double endSeconds, double sampleRate)
 {
     // Stable, so that events at one instant keep the order of their track and,

@@ -49,6 +49,12 @@ public:
     // the two bars. Its length is exactly the two bars.
     static MidiSchedule makeBuiltInPattern (double bpm, double sampleRate);
 
+    // The pattern played when keys are loaded and no file is given: each
+    // given note held together from the first sample for `bars` bars of 4/4
+    // at `bpm`, released at their end, so that the loaded loops play as one
+    // groove. Its length is exactly the bars.
+    static MidiSchedule makeHeldKeys (const juce::Array<int>& noteNumbers, int bars, double bpm, double sampleRate);
+
     const std::vector<Event>& getEvents() const noexcept { return events; }
 
     // Where the performance ends: the later of the last event and the last

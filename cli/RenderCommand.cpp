@@ -44,6 +44,7 @@ enum class OptionKind
     state,
     set,
     saveState,
+    key,
 };
 
 enum class ValueUse
@@ -72,6 +73,7 @@ constexpr OptionInfo kOptions[] = {
     { "--state", OptionKind::state, ValueUse::required },
     { "--set", OptionKind::set, ValueUse::required },
     { "--save-state", OptionKind::saveState, ValueUse::required },
+    { "--key", OptionKind::key, ValueUse::required },
 };
 
 const OptionInfo* findOption (const juce::String& name)
@@ -152,6 +154,18 @@ juce::String applyOption (const OptionInfo& option, const juce::String& value, R
         }
         case OptionKind::state: options.statePath = value; return {};
         case OptionKind::saveState: options.saveStatePath = value; return {};
+        case OptionKind::key:
+        {
+            const auto keyName = value.upToFirstOccurrenceOf ("=", false, false);
+            const auto path = value.fromFirstOccurrenceOf ("=", false, false);
+            const int key = TavrineEngine::getKeyIndex (keyName);
+            if (! value.containsChar ('=') || path.isEmpty())
+                return name + ": '" + value + "' is not KEY=FILE";
+            if (key < 0)
+                return name + ": '" + keyName + "' is not a key (C1 to B6)";
+            options.keys.add ({ key, path });
+            return {};
+        }
         case OptionKind::set:
             // Whether the name exists is known only to the player: checked
             // when the state is applied.
@@ -389,6 +403,10 @@ juce::String getRenderHelp()
          << "                 set an engine parameter before the render, after --state,\n"
          << "                 e.g. --set loop0.gain.xyMode=0.5 or --set master.gain=0.25;\n"
          << "                 repeatable; each --set of a list parameter adds an entry\n"
+         << "  --key KEY=FILE  put a sample (WAV or AIFF) on a key, C1 to B6, e.g.\n"
+         << "                 --key C1=drums_124.wav; repeatable. The render waits until\n"
+         << "                 every sample is loaded and fitted to the tempo. Without\n"
+         << "                 --midi the keys are held together for " << O::kHeldKeyBars << " bars.\n"
          << "  --save-state FILE\n"
          << "                 write the player state after the render\n"
          << "  -h, --help     show this help\n"
@@ -396,7 +414,7 @@ juce::String getRenderHelp()
          << "Options also take the form --name=value.\n"
          << "\n"
          << "Exit status: " << (int) ExitCode::success << " success, " << (int) ExitCode::usage << " bad command line, "
-         << (int) ExitCode::input << " MIDI or state file\n"
+         << (int) ExitCode::input << " MIDI, state or sample file\n"
          << "missing or damaged, " << (int) ExitCode::output << " WAV or state file not writable, "
          << (int) ExitCode::internalError << " internal failure.\n";
     return help;
@@ -530,11 +548,107 @@ juce::String savePlayerState (const RenderOptions& options, TavrinePluginProcess
     return {};
 }
 
-RenderResult renderToFile (const RenderOptions& options)
+juce::String loadKeys (const RenderOptions& options, TavrinePluginProcessor& processor, std::ostream& progress,
+                       ExitCode& code)
+{
+    code = ExitCode::success;
+    auto& engine = processor.getEngine();
+    auto* root = engine.getControllable();
+    const auto loopParameter = [root] (int key, const char* name) {
+        return root->findParameter ("loop" + juce::String (key) + "." + name).get();
+    };
+
+    // A host that knows its tempo before the song plays: loops are fitted
+    // to it now, instead of being stopped and fitted again by the tempo of
+    // the first block.
+    root->findParameter ("master.outputBpm")->getValue()->setFloat (options.bpm);
+
+    for (const auto& assignment : options.keys)
+    {
+        const auto file = resolvePath (assignment.path);
+        const auto keyName = TavrineEngine::getKeyName (assignment.key);
+        if (! file.existsAsFile())
+        {
+            code = ExitCode::input;
+            return "--key " + keyName + ": cannot read sample file " + file.getFullPathName();
+        }
+        auto* fileName = loopParameter (assignment.key, "fileName");
+        auto* loading = loopParameter (assignment.key, "loading");
+        if (fileName == nullptr || loading == nullptr)
+        {
+            code = ExitCode::internalError;
+            return "--key " + keyName + ": the player has no sample source on this key";
+        }
+        // Whoever assigns a file marks the key as loading; the delivery of
+        // the sample clears it.
+        loading->getValue()->setBool (true);
+        fileName->getValue()->setString (file.getFullPathName());
+    }
+
+    // Every key is waited for, those of a --state as much as those of --key:
+    // a key is ready once its sample has arrived and no render is due or
+    // running. The debounce that starts a render is a timer of the message
+    // thread, so this thread dispatches while it waits.
+    const auto isBusy = [&] (int key) {
+        for (auto* name : { "loading", "adjusting", "rendering" })
+            if (auto* flag = loopParameter (key, name); flag != nullptr && flag->getValue()->getBool())
+                return true;
+        return false;
+    };
+    const auto countBusy = [&] {
+        int busy = 0;
+        for (int key = 0; key < engine.getNumLoops(); ++key)
+            busy += isBusy (key) ? 1 : 0;
+        return busy;
+    };
+    const auto deadline = juce::Time::getMillisecondCounterHiRes() + 1000.0 * RenderOptions::kSampleWaitSeconds;
+    auto& preparation = engine.getSampleManager().getPreparationThread();
+    int lastBusy = -1, lastPercent = -1;
+    for (int busy = countBusy(); busy > 0; busy = countBusy())
+    {
+        // The preparation thread's share of the present batch done, in steps
+        // of ten so that a long render prints a handful of lines.
+        const int percent = 10 * (int) (10.0 * preparation.getProgressFraction());
+        if (busy != lastBusy || percent > lastPercent)
+        {
+            progress << "preparing samples: " << busy << (busy == 1 ? " key" : " keys") << " to go, batch " << percent
+                     << " % done\n";
+            lastBusy = busy;
+            lastPercent = percent;
+        }
+        if (juce::Time::getMillisecondCounterHiRes() > deadline)
+        {
+            code = ExitCode::internalError;
+            return "samples still not prepared after " + juce::String (RenderOptions::kSampleWaitSeconds) + " s";
+        }
+        if (! juce::dispatchNextMessageOnSystemQueue (true))
+            juce::Thread::sleep (5);
+    }
+    if (lastBusy > 0)
+        progress << "preparing samples: done\n";
+
+    for (const auto& assignment : options.keys)
+    {
+        if (loopParameter (assignment.key, "totalLength")->getValue()->getInt() <= 0)
+        {
+            code = ExitCode::input;
+            return "--key " + TavrineEngine::getKeyName (assignment.key) + ": "
+                   + resolvePath (assignment.path).getFullPathName() + " is not a readable audio file";
+        }
+    }
+    return {};
+}
+
+RenderResult renderToFile (const RenderOptions& options, std::ostream& progress)
 {
     TavrinePluginProcessor processor;
     RenderResult result;
     if (auto error = applyPlayerState (options, processor, result.code); error.isNotEmpty())
+    {
+        result.errorText = error;
+        return result;
+    }
+    if (auto error = loadKeys (options, processor, progress, result.code); error.isNotEmpty())
     {
         result.errorText = error;
         return result;
@@ -558,7 +672,14 @@ RenderResult renderToFile (const RenderOptions& options, juce::AudioProcessor& p
     };
 
     MidiSchedule schedule;
-    if (options.midiPath.isEmpty())
+    if (options.midiPath.isEmpty() && ! options.keys.isEmpty())
+    {
+        juce::Array<int> notes;
+        for (const auto& assignment : options.keys)
+            notes.addIfNotAlreadyThere (TavrineEngine::kFirstNote + assignment.key);
+        schedule = MidiSchedule::makeHeldKeys (notes, RenderOptions::kHeldKeyBars, options.bpm, options.sampleRate);
+    }
+    else if (options.midiPath.isEmpty())
         schedule = MidiSchedule::makeBuiltInPattern (options.bpm, options.sampleRate);
     else if (auto error = MidiSchedule::fromFile (resolvePath (options.midiPath), options.sampleRate, schedule);
              error.isNotEmpty())
@@ -647,7 +768,7 @@ ExitCode runRenderCommand (const juce::StringArray& args, std::ostream& out, std
 {
     return runSubCommand<RenderOptions> (
         "render", args, out, err, parseRenderOptions, getRenderHelp(),
-        [] (const RenderOptions& options) { return renderToFile (options); },
+        [&err] (const RenderOptions& options) { return renderToFile (options, err); },
         [] (const RenderSummary&, std::ostream&, const juce::String&) {});
 }
 

@@ -4,10 +4,12 @@
 
 #include <functional>
 #include <optional>
+#include <iostream>
 #include <ostream>
 
 #include "cli/CommandLineSupport.h"
 #include "cli/MidiSchedule.h"
+#include "engine/TavrineEngine.h"
 #include "engine/TavrineMasterChain.h"
 
 class TavrinePluginProcessor;
@@ -63,10 +65,30 @@ struct RenderOptions
     juce::String statePath;     // empty: the player's defaults
     juce::StringArray settings; // engine parameter names without prefix
     juce::String saveStatePath; // empty: nothing saved
+
+    // Samples put on keys before the render, after --state and --set; the
+    // render starts once all of them are loaded and prepared. Without a MIDI
+    // file, the keys are then held together for kHeldKeyBars bars.
+    struct KeyAssignment
+    {
+        int key = -1;      // 0 (C1) ... 71 (B6)
+        juce::String path; // as given: relative paths start at the working directory
+    };
+    static constexpr int kHeldKeyBars = 4;
+    // How long the samples may take to load and render before the render
+    // gives up: generous, since a pre-render of long loops takes a while.
+    static constexpr int kSampleWaitSeconds = 300;
+    juce::Array<KeyAssignment> keys;
 };
 
 // Parses the arguments that follow "render". Returns an error text, empty on
 // success. "--help" anywhere asks for help, whatever else is on the line.
+// Puts the samples of options.keys on their keys and waits (dispatching
+// messages, so that the players' timers run) until every loop has loaded and
+// rendered, printing the preparation's progress to `progress`.
+juce::String loadKeys (const RenderOptions& options, TavrinePluginProcessor& processor, std::ostream& progress,
+                       ExitCode& code);
+
 [[nodiscard]] juce::String parseRenderOptions (const juce::StringArray& args, RenderOptions& options);
 
 juce::String getRenderHelp();
@@ -142,8 +164,9 @@ struct RenderResult
 
 // Renders a TavrinePluginProcessor with `options` into the WAV file they
 // name. The MIDI input is read before the output is touched; a file that
-// fails part-way is deleted.
-RenderResult renderToFile (const RenderOptions& options);
+// fails part-way is deleted. The samples of --key are loaded first, with the
+// preparation's progress written to `progress`.
+RenderResult renderToFile (const RenderOptions& options, std::ostream& progress = std::clog);
 
 // The same with any processor whose main output is stereo.
 RenderResult renderToFile (const RenderOptions& options, juce::AudioProcessor& processor);

@@ -18,8 +18,29 @@ juce::String TavrineEngine::getKeyName (int keyIndex)
     return noteNames()[keyIndex % 12] + juce::String (keyIndex / 12 + 1);
 }
 
-TavrineEngine::TavrineEngine (Buses buses)
+int TavrineEngine::getKeyIndex (const juce::String& keyName)
+{
+    const auto name = keyName.trim().toUpperCase();
+    const int octaveStart = name.indexOfAnyOf ("0123456789");
+    if (octaveStart < 1 || ! name.substring (octaveStart).containsOnly ("0123456789"))
+        return -1;
+    const int note = noteNames().indexOf (name.substring (0, octaveStart));
+    const int octave = name.substring (octaveStart).getIntValue();
+    if (note < 0 || octave < 1 || octaveStart + 1 != name.length())
+        return -1;
+    const int key = (octave - 1) * 12 + note;
+    return key < kNumLoops ? key : -1;
+}
+
+juce::File TavrineEngine::defaultRenderCacheDirectory()
+{
+    return juce::File::getSpecialLocation (juce::File::tempDirectory).getChildFile ("Tavrine Render Cache");
+}
+
+TavrineEngine::TavrineEngine (Buses buses, const juce::File& renderCacheDirectory)
     : numOutputBuses (buses == Buses::single ? 1 : kNumOutputBuses),
+      sampleManager (std::make_unique<TavrineSampleManager> (
+          renderCacheDirectory == juce::File() ? defaultRenderCacheDirectory() : renderCacheDirectory)),
       snapFactory (std::make_unique<SnapParameterFactory>()),
       targetKeyHolder (new qvrControllableLib::BasicControllable())
 {
@@ -46,6 +67,9 @@ TavrineEngine::TavrineEngine (Buses buses)
 
 TavrineEngine::~TavrineEngine()
 {
+    // No job may run against a loop that is going: the preparation thread
+    // ends first, dropping what is still queued.
+    sampleManager->stopThreads();
     sampleRateConverter.reset();
 }
 

@@ -10,6 +10,7 @@
 #include "engine/TavrineLoopMixer.h"
 #include "engine/SnapParameterFactory.h"
 #include "engine/TavrineMasterChain.h"
+#include "samples/TavrineSampleManager.h"
 
 // The whole player: 72 loops, the mixer, the master chain, the dispatcher
 // through which every parameter is addressed, and the outer rate converter
@@ -51,7 +52,9 @@ public:
         now
     };
 
-    explicit TavrineEngine (Buses buses = Buses::sixteen);
+    // renderCacheDirectory: where rendered variants are kept; empty gives
+    // defaultRenderCacheDirectory() (an engine without the shell's settings).
+    explicit TavrineEngine (Buses buses = Buses::sixteen, const juce::File& renderCacheDirectory = {});
     ~TavrineEngine() override;
 
     juce::AudioSource* getAudioSource() override { return sampleRateConverter.get(); }
@@ -87,9 +90,15 @@ public:
     TavrineEngineDispatcher& getDispatcher() noexcept { return *dispatcher; }
     qvrControllableAPI::ParameterDef* getTargetKey() const noexcept { return targetKey.get(); }
     SnapParameterFactory& getSnapFactory() noexcept { return *snapFactory; }
+    TavrineSampleManager& getSampleManager() noexcept { return *sampleManager; }
+
+    static juce::File defaultRenderCacheDirectory();
 
     // "C1" for key 0 ... "B6" for key 71.
     static juce::String getKeyName (int keyIndex);
+    // The inverse: the key of a name such as "C1", "F#3" or "b6" (any case),
+    // -1 for anything that is not one of the 72 keys.
+    static int getKeyIndex (const juce::String& keyName);
 
 private:
     void createLoop();
@@ -102,6 +111,8 @@ private:
     std::array<bool, kNumLoops> keepAtFlush {};
     bool flushDeferred = false;
     std::int64_t numFlushRequests = 0;
+    // Before the loops: it outlives every sample they hold.
+    std::unique_ptr<TavrineSampleManager> sampleManager;
     std::unique_ptr<SnapParameterFactory> snapFactory;
     juce::ReferenceCountedArray<TavrineLoop> loops;
     juce::Array<qvrControllableLib::BoolShortcutValue> triggers;

@@ -24,6 +24,10 @@ public:
 
     SampleLibrary* getLibrary() const noexcept { return library; }
 
+    // The owner stops the threads before it takes down what the jobs refer
+    // to (the engine: its loops and their sources).
+    using SamplePoolManager::stopThreads;
+
 private:
     SampleLibrary* const library;
 

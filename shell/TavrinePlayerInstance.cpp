@@ -1,6 +1,9 @@
 #include "shell/TavrinePlayerInstance.h"
 
-TavrinePlayerInstance::TavrinePlayerInstance() : engine (new TavrineEngine (TavrineEngine::Buses::sixteen)) {}
+TavrinePlayerInstance::TavrinePlayerInstance (const juce::File& renderCacheDirectory)
+    : engine (new TavrineEngine (TavrineEngine::Buses::sixteen, renderCacheDirectory))
+{
+}
 
 TavrinePlayerInstance::~TavrinePlayerInstance()
 {

@@ -14,7 +14,8 @@ public:
     static constexpr int kUndoMaxUnits = 30000;
     static constexpr int kUndoMinTransactions = 30;
 
-    TavrinePlayerInstance();
+    // renderCacheDirectory: the engine's render cache; empty for its default.
+    explicit TavrinePlayerInstance (const juce::File& renderCacheDirectory = {});
     ~TavrinePlayerInstance() override;
 
     TavrineEngine& getEngine() noexcept { return *engine; }

@@ -50,9 +50,13 @@ TavrinePluginProcessor::getAutomationTable()
 TavrinePluginProcessor::TavrinePluginProcessor() : AutomatedAudioProcessor (makeBuses<BusesProperties>())
 {
     ++numInstances;
-    playerInstance = new TavrinePlayerInstance();
+    const juce::File cacheFolder (juce::File::isAbsolutePath (settings->renderCacheDirectoryName.read())
+                                      ? settings->renderCacheDirectoryName.read()
+                                      : juce::String());
+    playerInstance = new TavrinePlayerInstance (cacheFolder);
 
     auto& engine = getEngine();
+    renderCacheSettings = std::make_unique<RenderCacheSettingsLink> (*settings, engine.getSampleManager());
     engine.getMasterChain().bindRealtimeStretchingSetting (settings->enableMasterRealtimeStretching.get());
     engine.getLoopMixer().bindMultipleOutputsSetting (settings->enableMultipleOutputs.get());
     setAutomationRoot (engine.getControllable());
@@ -86,6 +90,7 @@ TavrinePluginProcessor::~TavrinePluginProcessor()
     for (auto* handle : { &triggerPlayMode, &triggerPlayModeAvailable })
         handle->bind (nullptr);
     releaseAutomation();
+    renderCacheSettings = nullptr;
     playerInstance = nullptr;
     --numInstances;
 }
@@ -228,7 +233,10 @@ void TavrinePluginProcessor::getStateInformation (juce::MemoryBlock& destData)
 {
     // Every non-transient engine parameter, under the prefix "engine", in the
     // binary envelope a host stores. The engine always has values, so even a
-    // fresh instance writes a complete state.
+    // fresh instance writes a complete state. Rendered variants that the
+    // state's keys play become files of the render cache first, so that the
+    // session reopens without rendering them again.
+    getEngine().getSampleManager().saveAllSamples();
     qvrControllableLib::XmlStateSerializer::Ptr serializer (new qvrControllableLib::XmlStateSerializer());
     serializer->addControllable (getEngine().getControllable(), kStatePrefix);
     if (const auto state = serializer->saveToXml())

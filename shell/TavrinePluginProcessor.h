@@ -5,6 +5,7 @@
 
 #include "controllable/toolbox/AutomatedAudioProcessor.h"
 #include "shell/TavrinePlayerInstance.h"
+#include "shell/RenderCacheSettingsLink.h"
 #include "shell/TavrineSettings.h"
 
 // Holds the message thread out for the whole life of a plug-in instance that
@@ -96,6 +97,7 @@ private:
     // Before the player instance: the settings outlive the engine.
     TavrineSettings::Holder settings;
     TavrinePlayerInstancePtr playerInstance;
+    std::unique_ptr<RenderCacheSettingsLink> renderCacheSettings;
     std::atomic<bool> stateRestored { false };
     bool wasPlaying = false;
     qvrControllableHandle::FloatParamDefHandle outputBpm;

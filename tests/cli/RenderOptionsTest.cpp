@@ -31,6 +31,14 @@ TEST (RenderOptions, ParsesEveryOptionInBothForms)
     EXPECT_EQ (options.lengthSeconds, 2.5);
     EXPECT_DOUBLE_EQ (options.tailSeconds, 1.0);
     EXPECT_EQ (options.bitsPerSample, 16);
+
+    // Keys keep their order; a file name may itself hold "=".
+    ASSERT_EQ (parseRenderOptions (argsOf ("--key F#3=a=b.wav --key=C1=drums.wav"), options), juce::String());
+    ASSERT_EQ (options.keys.size(), 2);
+    EXPECT_EQ (options.keys[0].key, 30);
+    EXPECT_EQ (options.keys[0].path, "a=b.wav");
+    EXPECT_EQ (options.keys[1].key, 0);
+    EXPECT_EQ (options.keys[1].path, "drums.wav");
 }
 
 TEST (RenderOptions, AcceptsRangeBoundsAndReportsEveryKindOfBadInput)
@@ -60,6 +68,10 @@ TEST (RenderOptions, AcceptsRangeBoundsAndReportsEveryKindOfBadInput)
         { "--out --rate 44100", "--out needs a value" }, // an option is never taken as a value
         { "--stopped=yes", "--stopped takes no value" },
         { "--seconds 2 --tail 1", "--seconds and --tail exclude each other" },
+        { "--key C1=a.wav --key=b6=b.wav", "" },
+        { "--key C7=a.wav", "--key: 'C7' is not a key (C1 to B6)" },
+        { "--key C1", "--key: 'C1' is not KEY=FILE" },
+        { "--key C1=", "--key: 'C1=' is not KEY=FILE" },
     };
     for (const auto& c : cases)
     {

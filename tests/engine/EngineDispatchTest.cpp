@@ -11,6 +11,13 @@ TEST (KeyNames, RunFromC1ToB6WithSharps)
     for (const int key : { 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 24, 70, 71 })
         names.add (TavrineEngine::getKeyName (key));
     EXPECT_EQ (names.joinIntoString (" "), "C1 C#1 D1 D#1 E1 F1 F#1 G1 G#1 A1 A#1 B1 C2 C3 A#6 B6");
+
+    // Every name reads back to its key; near misses are no key at all.
+    for (int key = 0; key < TavrineEngine::kNumLoops; ++key)
+        EXPECT_EQ (TavrineEngine::getKeyIndex (TavrineEngine::getKeyName (key)), key);
+    EXPECT_EQ (TavrineEngine::getKeyIndex ("f#3"), 30);
+    for (const char* bad : { "", "C", "1", "C0", "C7", "H1", "C#", "C1x", "Cb1", "C10", "C-1", "#C1" })
+        EXPECT_EQ (TavrineEngine::getKeyIndex (bad), -1) << bad;
 }
 
 TEST (EngineDispatch, PathsReachTheMasterChainTheLoopsAndTheDispatcher)

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "shell/RenderCacheSettingsLink.h"
 #include "shell/TavrineSettings.h"
 
 using namespace qvrControllableAPI;
@@ -244,4 +245,26 @@ TEST_F (Settings, TheFirstHolderCreatesTheSettingsAndTheLastDeletesThem)
     EXPECT_FALSE (level->hasChangeListeners());
     level->getValue()->setFloat (0.25);
     EXPECT_EQ (stored (settingsFile(), "prelistenLevel"), "<absent>");
+}
+
+// The engine's render cache follows the user's folder setting; a setting that
+// is no absolute path (a damaged settings file) keeps the folder in use.
+TEST_F (Settings, TheRenderCacheFollowsTheFolderSettingAndIgnoresARelativeOne)
+{
+    TavrineSettings settings;
+    TavrineSampleManager pool (home.getChildFile ("first"));
+    {
+        RenderCacheSettingsLink link (settings, pool);
+        EXPECT_EQ (pool.getCacheDirectory().getFullPathName(), settings.renderCacheDirectoryName.read());
+
+        const auto second = home.getChildFile ("second");
+        settings.renderCacheDirectoryName->getValue()->setString (second.getFullPathName());
+        EXPECT_EQ (pool.getCacheDirectory(), second);
+        settings.renderCacheDirectoryName->getValue()->setString ("relative/cache");
+        EXPECT_EQ (pool.getCacheDirectory(), second);
+    }
+    // Once the link is gone, a change reaches the pool no more.
+    settings.renderCacheDirectoryName->getValue()->setString (home.getChildFile ("third").getFullPathName());
+    EXPECT_EQ (pool.getCacheDirectory(), home.getChildFile ("second"));
+    pool.stopThreads();
 }
