@@ -589,16 +589,15 @@ juce::String loadKeys (const RenderOptions& options, TavrinePluginProcessor& pro
     // a key is ready once its sample has arrived and no render is due or
     // running. The debounce that starts a render is a timer of the message
     // thread, so this thread dispatches while it waits.
-    const auto isBusy = [&] (int key) {
+    std::vector<qvrControllableAPI::ParameterDef*> flags;
+    for (int key = 0; key < engine.getNumLoops(); ++key)
         for (auto* name : { "loading", "adjusting", "rendering" })
-            if (auto* flag = loopParameter (key, name); flag != nullptr && flag->getValue()->getBool())
-                return true;
-        return false;
-    };
+            if (auto* flag = loopParameter (key, name))
+                flags.push_back (flag);
     const auto countBusy = [&] {
         int busy = 0;
-        for (int key = 0; key < engine.getNumLoops(); ++key)
-            busy += isBusy (key) ? 1 : 0;
+        for (size_t i = 0; i < flags.size(); ++i)
+            busy += flags[i]->getValue()->getBool() ? 1 : 0;
         return busy;
     };
     const auto deadline = juce::Time::getMillisecondCounterHiRes() + 1000.0 * RenderOptions::kSampleWaitSeconds;
@@ -611,7 +610,7 @@ juce::String loadKeys (const RenderOptions& options, TavrinePluginProcessor& pro
         const int percent = 10 * (int) (10.0 * preparation.getProgressFraction());
         if (busy != lastBusy || percent > lastPercent)
         {
-            progress << "preparing samples: " << busy << (busy == 1 ? " key" : " keys") << " to go, batch " << percent
+            progress << "preparing samples: " << busy << (busy == 1 ? " step" : " steps") << " to go, batch " << percent
                      << " % done\n";
             lastBusy = busy;
             lastPercent = percent;

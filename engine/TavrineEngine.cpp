@@ -1,5 +1,7 @@
 #include "engine/TavrineEngine.h"
 
+#include "engine/TavrineSampleAudioSource.h"
+
 #include <utility>
 
 namespace
@@ -76,6 +78,9 @@ TavrineEngine::~TavrineEngine()
 void TavrineEngine::createLoop()
 {
     auto* loop = new TavrineLoop (*this, *loopMixer, numOutputBuses);
+    // The root of the loop's chain: what the key plays, asked of the pool.
+    loop->setSampleSource (new TavrineSampleAudioSource (*loop, *sampleManager, masterChain->masterBpm.get(),
+                                                         masterChain->outputBpm.get()));
     loops.add (loop);
     dispatcher->loopAdded (loops.size());
     triggers.add (qvrControllableLib::BoolShortcutValue (loop->trigger->getValue().get()));
