@@ -552,13 +552,17 @@ juce::String loadKeys (const RenderOptions& options, TavrinePluginProcessor& pro
                        ExitCode& code)
 {
     code = ExitCode::success;
-    if (options.keys.isEmpty())
-        return {};
-
-    auto* engine = processor.getEngine().getControllable();
-    const auto flag = [engine] (int key, const char* name) {
-        return engine->findParameter ("loop" + juce::String (key) + "." + name).get();
+    auto& engine = processor.getEngine();
+    auto* root = engine.getControllable();
+    const auto loopParameter = [root] (int key, const char* name) {
+        return root->findParameter ("loop" + juce::String (key) + "." + name).get();
     };
+
+    // A host that knows its tempo before the song plays: loops are fitted
+    // to it now, instead of being stopped and fitted again by the tempo of
+    // the first block.
+    root->findParameter ("master.outputBpm")->getValue()->setFloat (options.bpm);
+
     for (const auto& assignment : options.keys)
     {
         const auto file = resolvePath (assignment.path);
@@ -568,8 +572,8 @@ juce::String loadKeys (const RenderOptions& options, TavrinePluginProcessor& pro
             code = ExitCode::input;
             return "--key " + keyName + ": cannot read sample file " + file.getFullPathName();
         }
-        auto* fileName = flag (assignment.key, "fileName");
-        auto* loading = flag (assignment.key, "loading");
+        auto* fileName = loopParameter (assignment.key, "fileName");
+        auto* loading = loopParameter (assignment.key, "loading");
         if (fileName == nullptr || loading == nullptr)
         {
             code = ExitCode::internalError;
@@ -581,29 +585,30 @@ juce::String loadKeys (const RenderOptions& options, TavrinePluginProcessor& pro
         fileName->getValue()->setString (file.getFullPathName());
     }
 
-    // A key is ready once its sample has arrived and no render is due or
+    // Every key is waited for, those of a --state as much as those of --key:
+    // a key is ready once its sample has arrived and no render is due or
     // running. The debounce that starts a render is a timer of the message
     // thread, so this thread dispatches while it waits.
-    const auto busyKeys = [&] {
+    const auto isBusy = [&] (int key) {
+        for (auto* name : { "loading", "adjusting", "rendering" })
+            if (auto* flag = loopParameter (key, name); flag != nullptr && flag->getValue()->getBool())
+                return true;
+        return false;
+    };
+    const auto countBusy = [&] {
         int busy = 0;
-        for (const auto& assignment : options.keys)
-            for (auto* name : { "loading", "adjusting", "rendering" })
-                if (auto* parameter = flag (assignment.key, name); parameter->getValue()->getBool())
-                {
-                    ++busy;
-                    break;
-                }
+        for (int key = 0; key < engine.getNumLoops(); ++key)
+            busy += isBusy (key) ? 1 : 0;
         return busy;
     };
     const auto deadline = juce::Time::getMillisecondCounterHiRes() + 1000.0 * RenderOptions::kSampleWaitSeconds;
-    int lastReported = -1;
-    for (int busy = busyKeys(); busy > 0; busy = busyKeys())
+    int lastBusy = -1;
+    for (int busy = countBusy(); busy > 0; busy = countBusy())
     {
-        const int ready = options.keys.size() - busy;
-        if (ready != lastReported)
+        if (busy != lastBusy)
         {
-            progress << "preparing samples: " << ready << " of " << options.keys.size() << " keys ready\n";
-            lastReported = ready;
+            progress << "preparing samples: " << busy << (busy == 1 ? " key" : " keys") << " to go\n";
+            lastBusy = busy;
         }
         if (juce::Time::getMillisecondCounterHiRes() > deadline)
         {
@@ -613,15 +618,16 @@ juce::String loadKeys (const RenderOptions& options, TavrinePluginProcessor& pro
         if (! juce::dispatchNextMessageOnSystemQueue (true))
             juce::Thread::sleep (5);
     }
-    progress << "preparing samples: all " << options.keys.size() << " keys ready\n";
+    if (lastBusy > 0)
+        progress << "preparing samples: done\n";
 
     for (const auto& assignment : options.keys)
     {
-        if (flag (assignment.key, "totalLength")->getValue()->getInt() <= 0)
+        if (loopParameter (assignment.key, "totalLength")->getValue()->getInt() <= 0)
         {
             code = ExitCode::input;
-            return "--key " + TavrineEngine::getKeyName (assignment.key) + ": " + resolvePath (assignment.path).getFullPathName()
-                   + " is not a readable audio file";
+            return "--key " + TavrineEngine::getKeyName (assignment.key) + ": "
+                   + resolvePath (assignment.path).getFullPathName() + " is not a readable audio file";
         }
     }
     return {};
