@@ -126,35 +126,46 @@ void playGroove (juce::AudioPluginInstance& instance, const juce::File& clickLoo
     instance.setNonRealtime (false);
     instance.prepareToPlay (pass.sampleRate, blockSize);
 
-    const auto state = makeState (clickLoop);
-    instance.setStateInformation (state.getData(), (int) state.getSize());
-    pumpMessagesFor (kPreparationMs);
-
     SteadyPlayHead playHead (pass.sampleRate, pass.hostBpm);
     instance.setPlayHead (&playHead);
     const int channels = juce::jmax (instance.getTotalNumInputChannels(), instance.getTotalNumOutputChannels());
     juce::AudioBuffer<float> buffer (channels, blockSize);
     juce::MidiBuffer midi;
+    const auto processBlock = [&] {
+        buffer.clear();
+        instance.processBlock (buffer, midi);
+        playHead.advance (blockSize);
+        midi.clear();
+    };
+
+    // As a host restoring a session: the state arrives, the transport runs
+    // in real time with no key held while the player loads and fits the
+    // sample on its own threads (started by timers of the message thread).
+    const auto state = makeState (clickLoop);
+    instance.setStateInformation (state.getData(), (int) state.getSize());
+    const auto blockMs = 1000.0 * blockSize / pass.sampleRate;
+    for (double elapsed = 0.0; elapsed < kPreparationMs; elapsed += blockMs)
+    {
+        processBlock();
+        pumpMessagesFor ((int) blockMs);
+    }
+
     std::vector<float> left;
     const auto numBlocks = (int) std::ceil (pass.seconds * pass.sampleRate / blockSize);
     float peak = 0.0f;
     for (int block = 0; block < numBlocks; ++block)
     {
-        midi.clear();
         if (block == 0)
             midi.addEvent (juce::MidiMessage::noteOn (1, kFirstKeyNote, (juce::uint8) 127), 0);
-        buffer.clear();
-        instance.processBlock (buffer, midi);
-        playHead.advance (blockSize);
+        processBlock();
         const auto* samples = buffer.getReadPointer (0);
         left.insert (left.end(), samples, samples + blockSize);
         peak = juce::jmax (peak, buffer.getMagnitude (0, blockSize));
         // The message thread keeps running as in a host.
         juce::dispatchNextMessageOnSystemQueue (true);
     }
-    midi.clear();
     midi.addEvent (juce::MidiMessage::noteOff (1, kFirstKeyNote), 0);
-    instance.processBlock (buffer, midi);
+    processBlock();
     instance.setPlayHead (nullptr);
 
     const auto onsets = findOnsets (left, pass.sampleRate);
