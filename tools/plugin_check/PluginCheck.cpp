@@ -1,6 +1,7 @@
 #include "PluginCheck.h"
 
 #include "CheckReport.h"
+#include "GroovePass.h"
 #include "HostParameters.h"
 #include "PluginContract.h"
 #include "ProblemList.h"
@@ -202,6 +203,15 @@ int runChecks (const Options& options, Sandbox& sandbox)
             report.pass ("released and deleted the second instance (" + stopwatch.lap() + ")");
         }
     }
+
+    // A keyboard restored from a state plays, in time with the host, at the
+    // rates hosts use most.
+    report.section ("playing a loop");
+    if (const auto clickLoop = writeClickLoop (sandbox.getHome()); clickLoop.existsAsFile())
+        for (const double rate : { 44100.0, 48000.0, 96000.0 })
+            playGroove (*instance, clickLoop, { rate, 100.0, 6.0 }, report);
+    else
+        report.fail ("could not write the click loop into " + sandbox.getHome().getFullPathName());
 
     report.section ("unloading");
     {
