@@ -560,8 +560,13 @@ juce::String loadKeys (const RenderOptions& options, TavrinePluginProcessor& pro
 
     // A host that knows its tempo before the song plays: loops are fitted
     // to it now, instead of being stopped and fitted again by the tempo of
-    // the first block.
+    // the first block. Without real-time stretching the player's answer to a
+    // new host tempo is a master tempo equal to it (applied at the next
+    // block, when it stops what plays); nothing plays yet, so it is given
+    // now, and the keys of a state are fitted before the render too.
     root->findParameter ("master.outputBpm")->getValue()->setFloat (options.bpm);
+    if (! engine.getMasterChain().isRealtimeStretching())
+        root->findParameter ("master.masterBpm")->getValue()->setFloat (options.bpm);
 
     for (const auto& assignment : options.keys)
     {

@@ -1,5 +1,6 @@
 #include "CliTestSupport.h"
 
+#include <cmath>
 #include <sstream>
 #include <vector>
 
@@ -30,18 +31,19 @@ void writeClickLoop (const juce::File& target, double bpm)
     ASSERT_TRUE (writer->writeFromAudioSampleBuffer (loop, 0, loop.getNumSamples()));
 }
 
-// Samples at which sound starts after at least 5 ms of quiet.
+// Samples at which sound crosses 0.05 after at least 5 ms below it.
 std::vector<int> onsetsOf (const juce::AudioBuffer<float>& audio, double rate)
 {
     const int quietNeeded = (int) (0.005 * rate);
     std::vector<int> onsets;
-    int quiet = quietNeeded;
+    int lastLoud = -quietNeeded - 1;
     for (int i = 0; i < audio.getNumSamples(); ++i)
     {
-        const float level = std::abs (audio.getSample (0, i));
-        if (level >= 0.05f && quiet >= quietNeeded)
+        if (std::fabs (audio.getSample (0, i)) < 0.05f)
+            continue;
+        if (i - lastLoud > quietNeeded)
             onsets.push_back (i);
-        quiet = level < 0.01f ? quiet + 1 : 0;
+        lastLoud = i;
     }
     return onsets;
 }
@@ -87,6 +89,26 @@ TEST_F (RenderKeys, ALoopOf120BpmPlaysOnTheBeatsOfAHostAt90)
         for (size_t i = 1; i < onsets.size(); ++i)
             EXPECT_NEAR (onsets[i] - onsets[i - 1], beat, 0.003 * rate) << "beat " << i;
     }
+}
+
+// A key restored from a state is fitted to the host's tempo before the first
+// block as well: the built-in pattern holds C1 for three and a half beats.
+TEST_F (RenderKeys, AKeyOfAStateIsFittedToTheHostBeforeTheFirstBlock)
+{
+    writeClickLoop (file ("loop_120_clicks.wav"), 120.0);
+    ASSERT_TRUE (file ("state.xml").replaceWithText (
+        "<state><c prefix=\"engine\"><p name=\"master.masterBpm\" value=\"120\"/><p name=\"loop0.fileName\" value=\""
+        + file ("loop_120_clicks.wav").getFullPathName() + "\"/></c></state>"));
+    auto options = optionsFor (44100, 90.0);
+    options.statePath = file ("state.xml").getFullPathName();
+    std::ostringstream progress;
+    const auto result = renderToFile (options, progress);
+    ASSERT_EQ (result.code, ExitCode::success) << result.errorText;
+
+    const auto onsets = onsetsOf (readWav (file ("out.wav")).samples, 44100);
+    ASSERT_GE (onsets.size(), 4u);
+    for (size_t i = 1; i < 4; ++i)
+        EXPECT_NEAR (onsets[i] - onsets[i - 1], 29400, 0.003 * 44100) << "beat " << i;
 }
 
 TEST_F (RenderKeys, MissingAndUnreadableSamplesFailWithTheInputCodeAndWriteNothing)

@@ -57,19 +57,45 @@ void pumpMessagesFor (int milliseconds)
             juce::Thread::sleep (1);
 }
 
-// The state a host would hand back: only the file of the first key; every
-// other value keeps what the instance has.
-juce::MemoryBlock makeState (const juce::File& clickLoop)
+// The state a host would hand back with the click loop on the first key:
+// the instance's own state with "loop0.fileName" set. JUCE's VST3 host keeps
+// the plug-in's state base64-encoded in an "IComponent" element of its own
+// document, so that is where it is changed. Empty on a state of another form.
+juce::MemoryBlock withFileOnFirstKey (juce::AudioPluginInstance& instance, const juce::File& clickLoop,
+                                      juce::String& error)
 {
-    juce::XmlElement state ("state");
-    auto* engine = state.createNewChildElement ("c");
-    engine->setAttribute ("prefix", "engine");
-    auto* fileName = engine->createNewChildElement ("p");
-    fileName->setAttribute ("name", "loop0.fileName");
+    juce::MemoryBlock hostState;
+    instance.getStateInformation (hostState);
+    const auto hostXml = juce::AudioProcessor::getXmlFromBinary (hostState.getData(), (int) hostState.getSize());
+    auto* component = hostXml != nullptr ? hostXml->getChildByName ("IComponent") : nullptr;
+    juce::MemoryBlock pluginState;
+    if (component == nullptr || ! pluginState.fromBase64Encoding (component->getAllSubText()))
+    {
+        error = "the host's state holds no IComponent state";
+        return {};
+    }
+    const auto state = juce::AudioProcessor::getXmlFromBinary (pluginState.getData(), (int) pluginState.getSize());
+    auto* engine = state != nullptr ? state->getChildByAttribute ("prefix", "engine") : nullptr;
+    if (engine == nullptr)
+    {
+        error = "the plug-in's state has no engine element";
+        return {};
+    }
+    auto* fileName = engine->getChildByAttribute ("name", "loop0.fileName");
+    if (fileName == nullptr)
+    {
+        fileName = engine->createNewChildElement ("p");
+        fileName->setAttribute ("name", "loop0.fileName");
+    }
     fileName->setAttribute ("value", clickLoop.getFullPathName());
-    juce::MemoryBlock block;
-    juce::AudioProcessor::copyXmlToBinary (state, block);
-    return block;
+
+    juce::MemoryBlock changed;
+    juce::AudioProcessor::copyXmlToBinary (*state, changed);
+    component->deleteAllTextElements();
+    component->addTextElement (changed.toBase64Encoding());
+    juce::MemoryBlock result;
+    juce::AudioProcessor::copyXmlToBinary (*hostXml, result);
+    return result;
 }
 } // namespace
 
@@ -103,13 +129,14 @@ std::vector<juce::int64> findOnsets (const std::vector<float>& mono, double samp
 {
     const auto quietSamples = (juce::int64) (0.005 * sampleRate);
     std::vector<juce::int64> onsets;
-    juce::int64 quietRun = quietSamples;
+    juce::int64 lastLoud = -quietSamples - 1;
     for (size_t i = 0; i < mono.size(); ++i)
     {
-        const float level = std::abs (mono[i]);
-        if (level >= 0.05f && quietRun >= quietSamples)
+        if (std::abs (mono[i]) < 0.05f)
+            continue;
+        if ((juce::int64) i - lastLoud > quietSamples)
             onsets.push_back ((juce::int64) i);
-        quietRun = level < 0.01f ? quietRun + 1 : 0;
+        lastLoud = (juce::int64) i;
     }
     return onsets;
 }
@@ -141,7 +168,15 @@ void playGroove (juce::AudioPluginInstance& instance, const juce::File& clickLoo
     // As a host restoring a session: the state arrives, the transport runs
     // in real time with no key held while the player loads and fits the
     // sample on its own threads (started by timers of the message thread).
-    const auto state = makeState (clickLoop);
+    juce::String error;
+    const auto state = withFileOnFirstKey (instance, clickLoop, error);
+    if (state.isEmpty())
+    {
+        report.fail (label + ": " + error);
+        instance.setPlayHead (nullptr);
+        instance.releaseResources();
+        return;
+    }
     instance.setStateInformation (state.getData(), (int) state.getSize());
     const auto blockMs = 1000.0 * blockSize / pass.sampleRate;
     for (double elapsed = 0.0; elapsed < kPreparationMs; elapsed += blockMs)
