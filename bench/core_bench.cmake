@@ -10,3 +10,6 @@ target_sources(tavrine_bench PRIVATE
 # The parameter FIFO's write against a locked reference.
 target_sources(tavrine_bench PRIVATE
     controllable/ParameterFifoBench.cpp)
+# The engine with every loop playing its full chain, against the engine idle.
+target_sources(tavrine_bench PRIVATE
+    engine/LoopEngineBench.cpp)

@@ -57,7 +57,8 @@ target_sources(tavrine_tests PRIVATE
 target_sources(tavrine_tests PRIVATE
     engine/LoopPlaybackTest.cpp
     engine/TriggerEnvelopeTest.cpp
-    engine/LoopMixerTest.cpp)
+    engine/LoopMixerTest.cpp
+    engine/TimeSelectionTest.cpp)
 # Plug-in lifetime on a host's own thread.
 target_sources(tavrine_tests PRIVATE
     shell/ProcessorLifetimeTest.cpp)
