@@ -33,7 +33,13 @@ TavrineLoop::TavrineLoop (TavrineEngine& owner, TavrineLoopMixer& loopMixer, int
 TavrineLoop::~TavrineLoop()
 {
     trigger->removeChangeListener (this, true);
+    // The chain and the queue (bases) outlive the loop's own members; what
+    // they hold must stop listening to those members now.
+    timeStretchListener.reset();
     combiners.clear();
+    envelope->detach();
+    endOfLoop->detach();
+    singleShotEnd->detach();
     if (auto* queue = getEventQueue())
         for (qvrControllableAudio::AudioEvent* event : { (qvrControllableAudio::AudioEvent*) endOfLoop.get(),
                                                          (qvrControllableAudio::AudioEvent*) endOfSample.get(),
