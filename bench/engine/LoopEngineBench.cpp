@@ -26,7 +26,7 @@ juce::AudioBuffer<float> makeNoise (int length, int seed)
 
 void engineCost (benchmark::State& state)
 {
-    const int numPlaying = (int) state.range (0);
+    const int numTriggered = (int) state.range (0);
     std::vector<std::unique_ptr<juce::AudioBuffer<float>>> buffers;
     TavrineEngine engine;
     for (int i = 0; i < engine.getNumLoops(); ++i)
@@ -41,7 +41,7 @@ void engineCost (benchmark::State& state)
         loop->balanceXy.write ((i % 9) / 4.0 - 1.0);
     }
     engine.getAudioSource()->prepareToPlay (kBlock, kRate);
-    for (int i = 0; i < numPlaying; ++i)
+    for (int i = 0; i < numTriggered; ++i)
         engine.triggerKey (i, TavrineEngine::Key::on);
 
     juce::AudioBuffer<float> out (2, kBlock);
@@ -55,7 +55,10 @@ void engineCost (benchmark::State& state)
     // Seconds per block over (seconds of audio per block / 100): a percentage.
     state.counters["rt_percent"] = benchmark::Counter (kBlock / kRate / 100.0, benchmark::Counter::kIsIterationInvariantRate
                                                                                   | benchmark::Counter::kInvert);
-    state.counters["loops_playing"] = numPlaying;
+    int playing = 0;
+    for (auto* loop : engine.getLoops())
+        playing += loop->playing.read() ? 1 : 0;
+    state.counters["loops_playing"] = playing;
     engine.getAudioSource()->releaseResources();
 }
 } // namespace
