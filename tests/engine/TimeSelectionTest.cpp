@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "audio/MeridexAudioSource.h"
 #include "controllable/api/Parameter.h"
 #include "controllable/api/ParameterValue.h"
 #include "engine/RelativeBpmConverter.h"
+#include "engine/ResamplingSliceSumProvider.h"
 #include "engine/TavrineEngine.h"
 #include "engine/TimeStretchTypeListener.h"
 
@@ -132,4 +135,24 @@ TEST (RelativeBpm, ShowsTheRatioAsATempoOfTheSample)
     double out = 0.0;
     ASSERT_EQ (converter.floatFromString ("120", out), qvrControllableAPI::kOk);
     EXPECT_DOUBLE_EQ (out, 1.0);
+}
+
+TEST (ResamplingSliceSum, IsTheLengthOfTheLoopOverItsSlicesRatios)
+{
+    struct Case
+    {
+        std::vector<double> slices;
+        double sum;
+    };
+    const Case cases[] = {
+        { { 1.0 }, 1.0 },                // the constant slice of a loop without a sequencer
+        { { 2.0 }, 0.5 },                // twice as fast: half as long
+        { { 1.0, 2.0 }, 0.75 },          // half at 1, half at 2
+        { { 0.5, 0.5, 0.5, 0.5 }, 2.0 }, // every slice slow
+        { { 1.0, 0.0 }, 0.5 },           // a slice that cannot play adds nothing
+        { {}, 1.0 },
+    };
+    for (const auto& c : cases)
+        EXPECT_DOUBLE_EQ (ResamplingSliceSumProvider::compute (c.slices.data(), (int) c.slices.size()), c.sum)
+            << c.slices.size() << " slices";
 }
