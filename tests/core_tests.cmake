@@ -46,6 +46,7 @@ target_sources(tavrine_tests PRIVATE
     audio/GainAudioSourceTest.cpp
     audio/MemoryAudioSourceTest.cpp
     audio/AudioResamplerTest.cpp
+    audio/SliceAwareResamplerTest.cpp
     audio/BalanceAndEqSourceTest.cpp
     audio/ParameterInterpolatorTest.cpp
     audio/LoopChainSourcesTest.cpp)

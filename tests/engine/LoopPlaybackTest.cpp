@@ -167,6 +167,22 @@ TEST (LoopMarkers, ANextBeginOfOneActsAsTheStartOfTheSample)
     EXPECT_EQ (clicksIn (out), (std::vector<int> { 0, 1000, 2000 }));
 }
 
+// An end marker moved directly (by an editor, not through the "next"
+// values) is kept at the loop end, and the automated length follows it.
+TEST (LoopMarkers, ADirectlyMovedEndMarkerIsKeptAndTheLengthFollowsIt)
+{
+    LoopRig rig (makeClicks());
+    rig.loop.trigger.write (true);
+    rig.loop.endLoopFraction.write (0.75);
+    const auto out = rig.play (3500, 64);
+    EXPECT_EQ (clicksIn (out), (std::vector<int> { 0, 1000, 2000, 3000 }));
+    EXPECT_DOUBLE_EQ (rig.loop.endLoopFraction.read(), 0.75);
+    EXPECT_DOUBLE_EQ (rig.loop.nextLoopLength.read(), 0.75);
+    EXPECT_DOUBLE_EQ (rig.loop.nextEndLoop.read(), 0.75);
+    EXPECT_DOUBLE_EQ (rig.loop.beginLoopFraction.read(), 0.0);
+    EXPECT_NEAR (rig.loop.getTimeline().getPosition(), 500.0 / kSampleLength, 1e-9);
+}
+
 TEST (LoopMarkers, TheNextLoopBoundaryIsTheEndMarkerOrTheEndOfTheSample)
 {
     LoopRig rig (makeClicks());
