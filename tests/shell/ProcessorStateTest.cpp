@@ -233,6 +233,13 @@ TEST (ProcessorState, ALoadDuringARenderNotifiesEachChangedParameterOnce)
         EXPECT_EQ (counts[p], 1) << name;
         counts.erase (p);
     }
+    // A loop's relative tempo is shown as a tempo, so its text follows the
+    // master tempo: a load that moves the master tells it once, unchanged.
+    const bool masterMoved = std::find (changing.begin(), changing.end(), "master.masterBpm") != changing.end();
     for (const auto& [p, n] : counts)
+    {
+        if (masterMoved && p->getName().endsWith (".relativeBpm") && n == 1)
+            continue;
         ADD_FAILURE() << p->getName() << " was told " << n << " times but is not in the state's changes";
+    }
 }
