@@ -244,8 +244,11 @@ void TavrineSampleAudioSource::timerCallback()
 
 bool TavrineSampleAudioSource::checkDebounce (juce::uint32 nowMs)
 {
+    // "loading" is not waited for: whoever assigns a file sets it before the
+    // file name, and only the delivery of this very request clears it.
+    // "rendering" alone keeps a second request from overtaking the first.
     // Unsigned difference: right across the counter's wrap.
-    if (! adjusting.read() || nowMs - lastAdjustTime.load() < kSettleMs || loading.read() || rendering.read())
+    if (! adjusting.read() || nowMs - lastAdjustTime.load() < kSettleMs || rendering.read())
         return false;
     adjusting.write (false);
     const auto url = fileName->getValue()->getString();

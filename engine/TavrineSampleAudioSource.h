@@ -80,7 +80,7 @@ public:
     void jobFinished (PreparedSample::Ptr sample, int result) override;
 
     // The timer's work at time nowMs (Time::getMillisecondCounter): if the
-    // settings have rested long enough and nothing is on its way, asks for a
+    // settings have rested for 201 ms and no render is on its way, asks for a
     // sample. Returns whether it asked. Message thread.
     bool checkDebounce (juce::uint32 nowMs);
     juce::uint32 getLastAdjustTimeMs() const noexcept { return lastAdjustTime.load(); }

@@ -157,6 +157,17 @@ TEST_F (SampleSourceTest, AFileNameSetsAdjustingAndTheDebounceWaits201Ms)
     EXPECT_EQ (source->totalLength.read(), 4410);
 }
 
+// Whoever assigns a file marks the key as loading first, and only a delivery
+// clears the mark: the timer must not wait for it, or the file never comes.
+TEST_F (SampleSourceTest, AFileAssignedAsLoadingIsStillRequestedAndClearsLoadingOnDelivery)
+{
+    source->loading.write (true);
+    source->fileName.write (writeLoop ("Loop_120_a.wav", 4410));
+    EXPECT_TRUE (settleAndDeliver (*source));
+    EXPECT_FALSE (source->loading.read());
+    EXPECT_EQ (source->totalLength.read(), 4410);
+}
+
 TEST_F (SampleSourceTest, TheFileNameOfWhatPlaysQueuesNothingAndClearsLoading)
 {
     source->fileName.write (writeLoop ("Loop_120_a.wav", 4410));
