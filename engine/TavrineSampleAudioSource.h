@@ -71,7 +71,10 @@ public:
     void getNextAudioBlock (const juce::AudioSourceChannelInfo& info) override;
 
     // The reactions to the source's, the chain's, the loop's and the master's
-    // parameters, in a fixed order. Any thread but the audio thread.
+    // parameters, in a fixed order, on the writing thread. The tempo
+    // reactions also run on the audio thread (the master chain writes the
+    // master tempo there when a tempo change stops everything) and allocate
+    // nothing; a file name is never written there.
     void parameterChanged (qvrControllableAPI::ParameterDef* parameter) override;
 
     // The delivery of a sample: arms the swap; performs it at once unless the

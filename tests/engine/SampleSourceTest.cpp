@@ -221,6 +221,30 @@ TEST_F (SampleSourceTest, TheFirstSampleWithATempoSetsTheMasterTempoAndTheSecond
     second = nullptr;
 }
 
+// The master chain writes the master tempo on the audio thread when a tempo
+// change stops everything: the sources' reactions (stretch factor, adjusting,
+// the relative tempo's text) then run there too, and must not allocate.
+TEST_F (SampleSourceTest, ReactionsToAMasterTempoWrittenOnTheAudioThreadAllocateNothing)
+{
+    auto second = makeSource (1);
+    for (auto* s : { source.get(), second.get() })
+        s->sourceBpm.write (120.0);
+    auto& masterBpm = engine.getMasterChain().masterBpm;
+    masterBpm.write (90.0);
+    std::size_t allocations = 1;
+    std::thread audio ([&] {
+        masterBpm.write (100.0); // first write on this thread: its FIFO slot may be set up
+        ScopedAllocationCount count;
+        masterBpm.write (110.0);
+        allocations = count.count();
+    });
+    audio.join();
+    EXPECT_EQ (allocations, 0u);
+    EXPECT_DOUBLE_EQ (second->stretchFactor.read(), 120.0 / 110.0);
+    EXPECT_TRUE (second->adjusting.read());
+    second = nullptr;
+}
+
 // A 120 bpm loop at a master tempo of 90 renders 4/3 as long; doubling the
 // relative tempo halves the factor and the render.
 TEST_F (SampleSourceTest, TheRenderLengthFollowsSourceOverMasterOverRelativeTempo)
