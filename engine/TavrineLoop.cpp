@@ -2,10 +2,20 @@
 
 #include <cmath>
 
+#include "audio/MeridexAudioSource.h"
+#include "dsp/Meridex.h"
 #include "engine/OutputBusValueConverter.h"
+#include "engine/RelativeBpmConverter.h"
 #include "engine/ResamplingModeValueConverter.h"
 #include "engine/ResamplingSliceSumProvider.h"
 #include "engine/TavrineEngine.h"
+
+namespace
+{
+// Parameters of the sample source that the loop wires up when it has them.
+constexpr const char* kRelativeBpm = "relativeBpm";
+constexpr const char* kSourceBpm = "sourceBpm";
+} // namespace
 
 TavrineLoop::TavrineLoop (TavrineEngine& owner, TavrineLoopMixer& loopMixer, int numOutputBuses)
     : MemorizingAudioChain (kMemoryCapacitySamples), engine (owner), mixer (loopMixer),
@@ -23,7 +33,13 @@ TavrineLoop::TavrineLoop (TavrineEngine& owner, TavrineLoopMixer& loopMixer, int
 TavrineLoop::~TavrineLoop()
 {
     trigger->removeChangeListener (this, true);
+    // The chain and the queue (bases) outlive the loop's own members; what
+    // they hold must stop listening to those members now.
+    timeStretchListener.reset();
     combiners.clear();
+    envelope->detach();
+    endOfLoop->detach();
+    singleShotEnd->detach();
     if (auto* queue = getEventQueue())
         for (qvrControllableAudio::AudioEvent* event : { (qvrControllableAudio::AudioEvent*) endOfLoop.get(),
                                                          (qvrControllableAudio::AudioEvent*) endOfSample.get(),
@@ -118,6 +134,21 @@ void TavrineLoop::setSampleSource (qvrControllableAudio::MemoryAudioSource* sour
     if (preparedSampleRate > 0.0)
         source->prepareToPlay (preparedBlockSize, preparedSampleRate);
     setHeadSource (source, false);
+
+    // What needs both the loop and the source is wired where both exist.
+    if (auto relative = source->findParameter (kRelativeBpm))
+        if (auto sourceTempo = source->findParameter (kSourceBpm))
+            relative->setConverter (new RelativeBpmConverter (sourceTempo.get()));
+    if (auto procMode = source->findParameter (qvrControllableAudio::MeridexAudioSource::kMeridexProcMode))
+        bindTimeStretchParameters (procMode.get());
+}
+
+void TavrineLoop::bindTimeStretchParameters (qvrControllableAPI::ParameterDef* meridexProcMode)
+{
+    timeStretchListener.reset();
+    if (meridexProcMode != nullptr)
+        timeStretchListener = std::make_unique<TimeStretchTypeListener> (timeStretchType.get(), meridexProcMode,
+                                                                         resampler->resamplingMode.get());
 }
 
 void TavrineLoop::setHead (qvrControllableAudio::AudioSourceProvider* provider)
@@ -225,6 +256,15 @@ void TavrineLoop::defineParameters (int numOutputBuses)
     p.addParameter (nextBeginLoop.getParameter());
     p.addParameter (nextEndLoop.getParameter());
     p.addParameter (nextLoopLength.getParameter());
+
+    for (const auto& mode : meridex::kModeTable)
+        timeStretchType.choices.add (juce::String (mode.text));
+    timeStretchType.choices.add (juce::String (TimeStretchTypeListener::kVariSpeed));
+    timeStretchType.defaultValue = juce::String (meridex::kModeTable[0].text);
+    p.addParameter (timeStretchType.getParameter());
+    // The effect screen's name for the same choice.
+    timeEffectType.bind (timeStretchType->createForwardingParameter (kTimeEffectType, nullptr));
+    p.addParameter (timeEffectType.getParameter(), qvrControllableLib::ParameterPersistence::transient);
 
     resamplingSliceSum.defaultValue = 1.0;
     p.addParameter (resamplingSliceSum.getParameter(), qvrControllableLib::ParameterPersistence::transient);

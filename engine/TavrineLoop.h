@@ -15,6 +15,7 @@
 #include "engine/FloatValueCombiner.h"
 #include "engine/TavrineLoopEvents.h"
 #include "engine/TavrineLoopTimeline.h"
+#include "engine/TimeStretchTypeListener.h"
 #include "engine/TriggerEnvelopeSource.h"
 
 class TavrineEngine;
@@ -76,6 +77,8 @@ public:
     static constexpr const char* kTotalLength = qvrControllableAudio::MemoryAudioSource::kTotalLength;
     static constexpr const char* kNextReadPosition = qvrControllableAudio::MemoryAudioSource::kNextReadPosition;
     static constexpr const char* kResamplingSliceSum = "resamplingSliceSum";
+    static constexpr const char* kTimeStretchType = "timeStretchType";
+    static constexpr const char* kTimeEffectType = "timeEffectType";
     static constexpr const char* kLoopingEnabled = "loopingEnabled";
     static constexpr const char* kBeginLoopFraction = "beginLoopFraction";
     static constexpr const char* kEndLoopFraction = "endLoopFraction";
@@ -134,6 +137,13 @@ public:
     // As setSampleSource for any head; the first link is linked to it anew.
     void setHead (qvrControllableAudio::AudioSourceProvider* provider) override;
 
+    // Message thread: ties `timeStretchType` to the stretch source's
+    // `meridexProcMode` and the resampler's `resamplingMode`
+    // (TimeStretchTypeListener). setSampleSource does it when the root
+    // publishes `meridexProcMode`; otherwise whoever builds the stretch
+    // source calls it. A second call replaces the first.
+    void bindTimeStretchParameters (qvrControllableAPI::ParameterDef* meridexProcMode);
+
     TavrineLoopTimeline& getTimeline() noexcept { return *timeline; }
     // Where on the timeline the next loop end falls: the end marker (0 and 1
     // meaning the end of the sample, 1.0), looping or as a single shot.
@@ -180,6 +190,8 @@ public:
     qvrControllableHandle::StringParamDefHandle colourCode { kColourCode };
     qvrControllableHandle::IntParamDefHandle outputBus { kOutputBus };
     qvrControllableHandle::FloatParamDefHandle resamplingSliceSum { kResamplingSliceSum };
+    qvrControllableHandle::StringParamDefHandle timeStretchType { kTimeStretchType };
+    qvrControllableHandle::StringParamDefHandle timeEffectType;
     qvrControllableHandle::BoolParamDefHandle loopingEnabled { kLoopingEnabled };
     qvrControllableHandle::FloatParamDefHandle beginLoopFraction { kBeginLoopFraction };
     qvrControllableHandle::FloatParamDefHandle endLoopFraction { kEndLoopFraction };
@@ -255,6 +267,7 @@ private:
     juce::ReferenceCountedObjectPtr<EndOfSampleEvent> endOfSample;
     juce::ReferenceCountedObjectPtr<SingleShotEndEvent> singleShotEnd;
     std::vector<std::unique_ptr<FloatValueCombiner>> combiners;
+    std::unique_ptr<TimeStretchTypeListener> timeStretchListener;
     int preparedBlockSize = 0;
     double preparedSampleRate = 0.0;
     int keyIndex = -1;

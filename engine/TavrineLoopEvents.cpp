@@ -1,6 +1,7 @@
 #include "engine/TavrineLoopEvents.h"
 
 #include <cmath>
+#include <utility>
 
 #include "controllable/api/Parameter.h"
 #include "engine/TavrineLoop.h"
@@ -34,6 +35,13 @@ EndOfLoopEvent::EndOfLoopEvent (TavrineLoop& owner)
 
 EndOfLoopEvent::~EndOfLoopEvent()
 {
+    detach();
+}
+
+void EndOfLoopEvent::detach()
+{
+    if (! std::exchange (attached, false))
+        return;
     for (auto* p : { loop.endLoopFraction.get(), loop.loopingEnabled.get(), loop.nextBeginLoop.get(),
                      loop.nextLoopLength.get() })
         p->removeChangeListener (this, true);
@@ -134,6 +142,13 @@ SingleShotEndEvent::SingleShotEndEvent (TavrineLoop& owner)
 
 SingleShotEndEvent::~SingleShotEndEvent()
 {
+    detach();
+}
+
+void SingleShotEndEvent::detach()
+{
+    if (! std::exchange (attached, false))
+        return;
     loop.endLoopFraction->removeChangeListener (this, true);
     loop.loopingEnabled->removeChangeListener (this, true);
 }

@@ -26,6 +26,10 @@ public:
     explicit EndOfLoopEvent (TavrineLoop& loop);
     ~EndOfLoopEvent() override;
 
+    // Stops listening to the loop's parameters; the loop calls it first in
+    // its destructor, as the queue may keep the event a little longer.
+    void detach();
+
     void process() override;
 
     // A marker of 1 or more counts as 0 (the start of the sample).
@@ -38,6 +42,7 @@ private:
     void parameterChanged (qvrControllableAPI::ParameterDef* parameter) override;
 
     TavrineLoop& loop;
+    bool attached = true;
     // The clamped "next" markers as the last fire took them over.
     double lastNextBegin = 0.0, lastNextEnd = 0.0;
 };
@@ -68,10 +73,14 @@ public:
     explicit SingleShotEndEvent (TavrineLoop& loop);
     ~SingleShotEndEvent() override;
 
+    // As EndOfLoopEvent::detach.
+    void detach();
+
     void process() override;
 
 private:
     void parameterChanged (qvrControllableAPI::ParameterDef* parameter) override;
 
     TavrineLoop& loop;
+    bool attached = true;
 };

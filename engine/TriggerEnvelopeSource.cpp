@@ -1,5 +1,7 @@
 #include "engine/TriggerEnvelopeSource.h"
 
+#include <utility>
+
 #include "controllable/api/Parameter.h"
 #include "engine/TavrineLoop.h"
 
@@ -22,7 +24,13 @@ TriggerEnvelopeSource::TriggerEnvelopeSource (TavrineLoop& owner) : loop (owner)
 
 TriggerEnvelopeSource::~TriggerEnvelopeSource()
 {
-    loop.trigger->removeChangeListener (this, true);
+    detach();
+}
+
+void TriggerEnvelopeSource::detach()
+{
+    if (std::exchange (attached, false))
+        loop.trigger->removeChangeListener (this, true);
 }
 
 void TriggerEnvelopeSource::prepareToPlay (int, double)

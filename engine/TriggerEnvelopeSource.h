@@ -55,6 +55,10 @@ public:
     explicit TriggerEnvelopeSource (TavrineLoop& loop);
     ~TriggerEnvelopeSource() override;
 
+    // Stops listening to the loop's trigger; the loop calls it first in its
+    // destructor, as its chain keeps the envelope a little longer.
+    void detach();
+
     juce::AudioSource* getAudioSource() override { return this; }
     qvrControllableAPI::Controllable* getControllable() override { return this; }
 
@@ -95,6 +99,7 @@ private:
     bool checkInvariants() const noexcept;
 
     TavrineLoop& loop;
+    bool attached = true;
     int attackLength = 16;
     int releaseLength = 0;
     int releaseStart = -1;

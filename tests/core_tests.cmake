@@ -46,6 +46,7 @@ target_sources(tavrine_tests PRIVATE
     audio/GainAudioSourceTest.cpp
     audio/MemoryAudioSourceTest.cpp
     audio/AudioResamplerTest.cpp
+    audio/SliceAwareResamplerTest.cpp
     audio/BalanceAndEqSourceTest.cpp
     audio/ParameterInterpolatorTest.cpp
     audio/LoopChainSourcesTest.cpp)
@@ -57,7 +58,8 @@ target_sources(tavrine_tests PRIVATE
 target_sources(tavrine_tests PRIVATE
     engine/LoopPlaybackTest.cpp
     engine/TriggerEnvelopeTest.cpp
-    engine/LoopMixerTest.cpp)
+    engine/LoopMixerTest.cpp
+    engine/TimeSelectionTest.cpp)
 # Plug-in lifetime on a host's own thread.
 target_sources(tavrine_tests PRIVATE
     shell/ProcessorLifetimeTest.cpp)

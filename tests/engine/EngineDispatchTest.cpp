@@ -114,4 +114,9 @@ TEST (LoopMixer, BusOffsetFallsBackToTheFirstBus)
     EXPECT_EQ (TavrineLoopMixer::busOffset (3, 16, 2, true), 0);
     EXPECT_EQ (TavrineLoopMixer::busOffset (3, 16, 8, false), 0);
     EXPECT_EQ (TavrineLoopMixer::busOffset (2, 1, 8, true), 0);
+    // The last bus needs all 32 channels.
+    EXPECT_EQ (TavrineLoopMixer::busOffset (15, 16, 32, true), 30);
+    EXPECT_EQ (TavrineLoopMixer::busOffset (15, 16, 31, true), 0);
+    EXPECT_EQ (TavrineLoopMixer::busOffset (16, 16, 32, true), 0);
+    EXPECT_EQ (TavrineLoopMixer::busOffset (0, 16, 32, true), 0);
 }

@@ -151,9 +151,12 @@ TEST (LoopThreads, AWriterMovingLoopParametersWhileTheEngineRenders)
     for (int i = 0; i < 8; ++i)
         engine.triggerKey (i, TavrineEngine::Key::on);
 
-    std::atomic<bool> stop { false };
+    // A bounded number of writes: the asynchronous side of each write waits
+    // in the parameter FIFO for the message thread, which this test keeps
+    // busy.
+    std::atomic<bool> writerDone { false };
     std::thread writer ([&] {
-        for (int n = 0; ! stop.load(); ++n)
+        for (int n = 0; n < 2000; ++n)
         {
             auto* loop = engine.getLoop (n % 8);
             const double x = (n % 100) / 100.0;
@@ -165,19 +168,20 @@ TEST (LoopThreads, AWriterMovingLoopParametersWhileTheEngineRenders)
             loop->nextLoopLength.write (0.25 + 0.5 * x);
             loop->getEnvelopeSource().envelopeAttack.write (n % 500);
             loop->outputBus.write (n % 16);
+            std::this_thread::yield();
         }
+        writerDone.store (true);
     });
 
     juce::AudioBuffer<float> out (2, 128);
     bool finite = true;
-    for (int b = 0; b < 400; ++b)
+    for (int b = 0; b < 100 || ! writerDone.load(); ++b)
     {
         engine.getAudioSource()->getNextAudioBlock (juce::AudioSourceChannelInfo (out));
         for (int c = 0; c < 2; ++c)
             for (int i = 0; i < 128; ++i)
                 finite = finite && std::isfinite (out.getSample (c, i));
     }
-    stop.store (true);
     writer.join();
     EXPECT_TRUE (finite);
     engine.getAudioSource()->releaseResources();

@@ -167,6 +167,43 @@ TEST (LoopMarkers, ANextBeginOfOneActsAsTheStartOfTheSample)
     EXPECT_EQ (clicksIn (out), (std::vector<int> { 0, 1000, 2000 }));
 }
 
+// An end marker moved directly (by an editor, not through the "next"
+// values) is kept at the loop end, and the automated length follows it.
+TEST (LoopMarkers, ADirectlyMovedEndMarkerIsKeptAndTheLengthFollowsIt)
+{
+    LoopRig rig (makeClicks());
+    rig.loop.trigger.write (true);
+    rig.loop.endLoopFraction.write (0.75);
+    const auto out = rig.play (3500, 64);
+    EXPECT_EQ (clicksIn (out), (std::vector<int> { 0, 1000, 2000, 3000 }));
+    EXPECT_DOUBLE_EQ (rig.loop.endLoopFraction.read(), 0.75);
+    EXPECT_DOUBLE_EQ (rig.loop.nextLoopLength.read(), 0.75);
+    EXPECT_DOUBLE_EQ (rig.loop.nextEndLoop.read(), 0.75);
+    EXPECT_DOUBLE_EQ (rig.loop.beginLoopFraction.read(), 0.0);
+    EXPECT_NEAR (rig.loop.getTimeline().getPosition(), 500.0 / kSampleLength, 1e-9);
+}
+
+// At a ratio that puts the loop's end between two output samples, rounding
+// lands the timeline up to half a step past it; the end still fires, every
+// time round. Blocks of one sample put the end on a block boundary, where it
+// is looked for again after the timeline moved.
+TEST (LoopMarkers, AnEndBetweenTwoOutputSamplesFiresEveryTimeRound)
+{
+    LoopRig rig (makeClicks());
+    rig.loop.resamplingRatioXy.write (1.2); // 1666.67 output samples a turn
+    rig.loop.nextBeginLoop.write (0.3);
+    rig.loop.nextLoopLength.write (0.5);
+    rig.loop.trigger.write (true);
+    const double step = rig.loop.getTimeline().getStep();
+    for (int block = 0; block < 300; ++block)
+    {
+        rig.play (64, 1);
+        const double position = rig.loop.getTimeline().getPosition();
+        ASSERT_GE (position, 0.3 - step) << "block " << block;
+        ASSERT_LE (position, 0.8 + step) << "block " << block;
+    }
+}
+
 TEST (LoopMarkers, TheNextLoopBoundaryIsTheEndMarkerOrTheEndOfTheSample)
 {
     LoopRig rig (makeClicks());
