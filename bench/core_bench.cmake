@@ -13,7 +13,6 @@ target_sources(tavrine_bench PRIVATE
 # A loop's pre-render: a render from scratch against a hit in the render cache.
 target_sources(tavrine_bench PRIVATE
     engine/PreRenderBench.cpp)
-
 # The engine with every loop playing its full chain, against the engine idle.
 target_sources(tavrine_bench PRIVATE
     engine/LoopEngineBench.cpp)

@@ -244,10 +244,10 @@ void TavrineSampleAudioSource::timerCallback()
 
 bool TavrineSampleAudioSource::checkDebounce (juce::uint32 nowMs)
 {
-    // Unsigned difference: right across the counter's wrap. "rendering" is
-    // what says that a request is on its way. "loading" is not asked: it is
-    // set by whoever assigns a new file (a key assignment, a state load), and
-    // it is this very request that fetches the file and clears it.
+    // "loading" is not waited for: whoever assigns a file sets it before the
+    // file name, and only the delivery of this very request clears it.
+    // "rendering" alone keeps a second request from overtaking the first.
+    // Unsigned difference: right across the counter's wrap.
     if (! adjusting.read() || nowMs - lastAdjustTime.load() < kSettleMs || rendering.read())
         return false;
     adjusting.write (false);

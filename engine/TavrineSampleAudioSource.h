@@ -71,7 +71,10 @@ public:
     void getNextAudioBlock (const juce::AudioSourceChannelInfo& info) override;
 
     // The reactions to the source's, the chain's, the loop's and the master's
-    // parameters, in a fixed order. Any thread but the audio thread.
+    // parameters, in a fixed order, on the writing thread. The tempo
+    // reactions also run on the audio thread (the master chain writes the
+    // master tempo there when a tempo change stops everything) and allocate
+    // nothing; a file name is never written there.
     void parameterChanged (qvrControllableAPI::ParameterDef* parameter) override;
 
     // The delivery of a sample: arms the swap; performs it at once unless the
@@ -80,7 +83,7 @@ public:
     void jobFinished (PreparedSample::Ptr sample, int result) override;
 
     // The timer's work at time nowMs (Time::getMillisecondCounter): if the
-    // settings have rested long enough and nothing is on its way, asks for a
+    // settings have rested for 201 ms and no render is on its way, asks for a
     // sample. Returns whether it asked. Message thread.
     bool checkDebounce (juce::uint32 nowMs);
     juce::uint32 getLastAdjustTimeMs() const noexcept { return lastAdjustTime.load(); }

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cmath>
 #include <type_traits>
+#include <utility>
 
 #include "controllable/api/ControllableAPI.h"
 #include "controllable/api/ChangeListenerStrategy.h"
@@ -117,9 +118,17 @@ public:
         {
             if (role != kRoleMinimum && role != kRoleMaximum)
             {
-                if (auto minimum = parameter->getMinimum(); minimum != nullptr && ! minimum->isNull())
+                auto minimum = parameter->getMinimum();
+                auto maximum = parameter->getMaximum();
+                const bool hasMinimum = minimum != nullptr && ! minimum->isNull();
+                const bool hasMaximum = maximum != nullptr && ! maximum->isNull();
+                // A view through a decreasing modifier (an inversion, the
+                // stretch linearizer) sees its source's bounds swapped.
+                if (hasMinimum && hasMaximum && minimum->getFloat() > maximum->getFloat())
+                    std::swap (minimum, maximum);
+                if (hasMinimum)
                     clampBelow (clamped, minimum.get());
-                if (auto maximum = parameter->getMaximum(); maximum != nullptr && ! maximum->isNull())
+                if (hasMaximum)
                     clampAbove (clamped, maximum.get());
             }
         }

@@ -267,6 +267,25 @@ TEST_F (PreRenderJobTest, TheSourceLoopingFlagIsRestoredAfterARender)
     EXPECT_EQ (job->getNumRenders(), 2);
 }
 
+// The chain is told the length factor, the pad and fine pitch and the pad
+// formant; the stretch source gets the factor's inverse view, the summed
+// pitch and the formant.
+TEST_F (PreRenderJobTest, TheChainsSettingsDriveItsStretchSource)
+{
+    auto& stretch = chain->getStretchSource();
+    setFactor (4.0 / 3.0);
+    EXPECT_NEAR (chain->inverseStretchFactor->getValue()->getFloat(), 0.75, 1.0e-9);
+    chain->inverseStretchFactor->getValue()->setFloat (0.5);
+    EXPECT_NEAR (stretch.stretchFactor.read(), 2.0, 1.0e-9);
+
+    chain->pitchSemitonesXy.write (7.0);
+    chain->pitchSemitonesFine.write (0.25);
+    EXPECT_NEAR (stretch.pitchFactor.read(), std::pow (2.0, 7.25 / 12.0), 1.0e-6);
+    chain->formantFactorXy.write (1.5);
+    EXPECT_NEAR (stretch.formantFactor.read(), 1.5, 1.0e-9);
+    EXPECT_EQ (stretch.meridexProcMode->getValue()->getString(), "Efficient V3");
+}
+
 //==============================================================================
 // Everything named in the signature is a part of a render's identity, and
 // "Pitch-Speed" marks it; a resampling mode that is not "Pitch-Speed" is not.

@@ -157,6 +157,17 @@ TEST_F (SampleSourceTest, AFileNameSetsAdjustingAndTheDebounceWaits201Ms)
     EXPECT_EQ (source->totalLength.read(), 4410);
 }
 
+// Whoever assigns a file marks the key as loading first, and only a delivery
+// clears the mark: the timer must not wait for it, or the file never comes.
+TEST_F (SampleSourceTest, AFileAssignedAsLoadingIsStillRequestedAndClearsLoadingOnDelivery)
+{
+    source->loading.write (true);
+    source->fileName.write (writeLoop ("Loop_120_a.wav", 4410));
+    EXPECT_TRUE (settleAndDeliver (*source));
+    EXPECT_FALSE (source->loading.read());
+    EXPECT_EQ (source->totalLength.read(), 4410);
+}
+
 TEST_F (SampleSourceTest, TheFileNameOfWhatPlaysQueuesNothingAndClearsLoading)
 {
     source->fileName.write (writeLoop ("Loop_120_a.wav", 4410));
@@ -207,6 +218,30 @@ TEST_F (SampleSourceTest, TheFirstSampleWithATempoSetsTheMasterTempoAndTheSecond
     EXPECT_EQ (masterBpm.read(), 120.0);
     EXPECT_EQ (second->sourceBpm.read(), 97.0);
     EXPECT_DOUBLE_EQ (second->stretchFactor.read(), 97.0 / 120.0);
+    second = nullptr;
+}
+
+// The master chain writes the master tempo on the audio thread when a tempo
+// change stops everything: the sources' reactions (stretch factor, adjusting,
+// the relative tempo's text) then run there too, and must not allocate.
+TEST_F (SampleSourceTest, ReactionsToAMasterTempoWrittenOnTheAudioThreadAllocateNothing)
+{
+    auto second = makeSource (1);
+    for (auto* s : { source.get(), second.get() })
+        s->sourceBpm.write (120.0);
+    auto& masterBpm = engine.getMasterChain().masterBpm;
+    masterBpm.write (90.0);
+    std::size_t allocations = 1;
+    std::thread audio ([&] {
+        masterBpm.write (100.0); // first write on this thread: its FIFO slot may be set up
+        ScopedAllocationCount count;
+        masterBpm.write (110.0);
+        allocations = count.count();
+    });
+    audio.join();
+    EXPECT_EQ (allocations, 0u);
+    EXPECT_DOUBLE_EQ (second->stretchFactor.read(), 120.0 / 110.0);
+    EXPECT_TRUE (second->adjusting.read());
     second = nullptr;
 }
 
