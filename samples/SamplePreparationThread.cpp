@@ -87,9 +87,12 @@ SamplePreparationJob::Ptr SamplePreparationThread::getNextJob()
     const juce::ScopedLock sl (queueLock);
     if (queue.empty())
         return nullptr;
+    // Due at notBefore itself: the clock counts milliseconds, and with a
+    // strict test a job queued in the millisecond of the walk (an urgent one
+    // at the front) was passed over once, so that a job behind it ran first.
     const auto now = juce::Time::getCurrentTime();
     for (auto& job : queue)
-        if (job->notBefore < now)
+        if (job->notBefore <= now)
             return job;
     return nullptr;
 }

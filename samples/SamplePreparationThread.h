@@ -60,7 +60,7 @@ public:
 
     void run() override;
 
-    // The first job whose notBefore lies strictly before now, with a new
+    // The first job whose notBefore is not after now, with a new
     // reference; it stays queued. Null if none is due.
     virtual SamplePreparationJob::Ptr getNextJob();
     // Any thread, the audio thread included. A job that is already queued is
