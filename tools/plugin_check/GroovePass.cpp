@@ -1,14 +1,10 @@
 #include "GroovePass.h"
 
+#include "MessagePump.h"
 #include "Stopwatch.h"
 
 #include <algorithm>
 #include <cmath>
-
-namespace juce
-{
-bool dispatchNextMessageOnSystemQueue (bool returnIfNoPendingMessages);
-} // namespace juce
 
 namespace pluginCheck
 {
@@ -48,14 +44,6 @@ private:
     const double rate, bpm;
     juce::int64 timeSamples = 0;
 };
-
-void pumpMessagesFor (int milliseconds)
-{
-    const auto end = juce::Time::getMillisecondCounter() + (juce::uint32) milliseconds;
-    while (juce::Time::getMillisecondCounter() < end)
-        if (! juce::dispatchNextMessageOnSystemQueue (true))
-            juce::Thread::sleep (1);
-}
 
 // The state a host would hand back with the click loop on the first key:
 // the instance's own state with "loop0.fileName" set. JUCE's VST3 host keeps

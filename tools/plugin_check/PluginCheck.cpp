@@ -1,6 +1,7 @@
 #include "PluginCheck.h"
 
 #include "CheckReport.h"
+#include "MessagePump.h"
 #include "GroovePass.h"
 #include "HostParameters.h"
 #include "PluginContract.h"
@@ -12,26 +13,10 @@
 
 #include <memory>
 
-namespace juce
-{
-// JUCE's own dispatch of one message of the system queue (Linux), the piece its
-// modal loop is built from; modal loops are off, so runDispatchLoopUntil is not
-// there.
-bool dispatchNextMessageOnSystemQueue (bool returnIfNoPendingMessages);
-} // namespace juce
-
 namespace pluginCheck
 {
 namespace
 {
-void pumpMessagesFor (int milliseconds)
-{
-    const auto end = juce::Time::getMillisecondCounter() + (juce::uint32) milliseconds;
-    while (juce::Time::getMillisecondCounter() < end)
-        if (! juce::dispatchNextMessageOnSystemQueue (true))
-            juce::Thread::sleep (1);
-}
-
 // Finds the plug-in under test and checks that it is the only candidate.
 std::unique_ptr<juce::PluginDescription> findPlugin (juce::AudioPluginFormat& format, const Options& options,
                                                      const Sandbox& sandbox, CheckReport& report)
