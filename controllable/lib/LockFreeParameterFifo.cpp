@@ -60,8 +60,14 @@ bool LockFreeParameterFifo::cancel (ParameterDef* parameter)
     const std::uint32_t end = writePosition.load (std::memory_order_acquire);
     for (std::uint32_t p = readPosition.load (std::memory_order_relaxed); p != end; ++p)
     {
+        // A plain read first: every dying parameter walks the whole queue, and
+        // a full queue times thousands of parameters made teardown take
+        // seconds when each entry was claimed for a compare-exchange.
+        auto& entry = slots[p & kMask].parameter;
+        if (entry.load (std::memory_order_relaxed) != parameter)
+            continue;
         ParameterDef* expected = parameter;
-        if (slots[p & kMask].parameter.compare_exchange_strong (expected, nullptr))
+        if (entry.compare_exchange_strong (expected, nullptr))
             found = true;
     }
     return found;
