@@ -41,6 +41,10 @@ bool AbstractParameter::hasChangeListeners()
 
 void AbstractParameter::notifyChanged (bool /*fromAutomation*/, bool fromFifo)
 {
+    // Only the drain passes fromFifo: one entry of this parameter is gone.
+    if (fromFifo)
+        queuedChanges.fetch_sub (1, std::memory_order_relaxed);
+
     // A stale count can lose one notification or cause one superfluous call;
     // reading it without a lock keeps an unobserved write at one comparison.
     // With no listener at all there is nothing to call on any thread, and a
@@ -57,11 +61,19 @@ void AbstractParameter::notifyChanged (bool /*fromAutomation*/, bool fromFifo)
 
     if (! onMessageThread)
     {
-        getType()->enqueueChange (this);
+        queuedChanges.fetch_add (1, std::memory_order_relaxed);
+        if (! getType()->enqueueChange (this))
+            queuedChanges.fetch_sub (1, std::memory_order_relaxed);
         return;
     }
 
     asyncListeners.callListeners (this);
+}
+
+void AbstractParameter::cancelQueuedChanges (ParameterType* type)
+{
+    if (type != nullptr && queuedChanges.load (std::memory_order_acquire) > 0)
+        type->cancelChanges (this);
 }
 
 void AbstractParameter::setChangeStrategy (ChangeListenerStrategy* newStrategy)

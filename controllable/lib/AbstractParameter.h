@@ -50,7 +50,20 @@ public:
     // Number of parameters alive in the process (diagnostics and leak tests).
     static int getNumLivingParameters() noexcept { return livingParameters.load(); }
 
+protected:
+    // For destructors: blanks this parameter's entries in `type`'s change
+    // queue, if it may have any. The queue holds plain pointers, so none may
+    // outlive the parameter; walking it is skipped when nothing was queued,
+    // since a full queue times thousands of dying parameters made teardown
+    // take seconds.
+    void cancelQueuedChanges (ParameterType* type);
+
 private:
+    // An upper bound of this parameter's entries in its type's change queue:
+    // raised before an entry is pushed, lowered when one is refused or
+    // delivered. Zero means that nothing stands there.
+    std::atomic<int> queuedChanges { 0 };
+
     juce::String name, displayName, description;
     bool transient = false;
     ParameterChangeListenerList asyncListeners { this };

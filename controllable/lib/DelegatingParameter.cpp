@@ -54,7 +54,7 @@ DelegatingParameter::DelegatingParameter (const juce::String& parameterName, Par
 DelegatingParameter::~DelegatingParameter()
 {
     target->removeChangeListener (this, false);
-    getType()->cancelChanges (this);
+    cancelQueuedChanges (getType().get());
 }
 
 AutomationHandlePtr DelegatingParameter::createAutomationHandle (juce::AudioProcessor* processor, int index,
@@ -91,8 +91,7 @@ DynamicDelegatingParameter::DynamicDelegatingParameter (const juce::String& name
 DynamicDelegatingParameter::~DynamicDelegatingParameter()
 {
     release();
-    if (resolvedType != nullptr)
-        resolvedType->cancelChanges (this);
+    cancelQueuedChanges (resolvedType.get());
 }
 
 void DynamicDelegatingParameter::release()
@@ -195,7 +194,7 @@ MultiTargetDelegatingParameter::MultiTargetDelegatingParameter (const juce::Stri
 MultiTargetDelegatingParameter::~MultiTargetDelegatingParameter()
 {
     first->removeChangeListener (this, false);
-    getType()->cancelChanges (this);
+    cancelQueuedChanges (getType().get());
 }
 
 ParameterValuePtr MultiTargetDelegatingParameter::getValue()

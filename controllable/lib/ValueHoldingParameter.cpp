@@ -29,7 +29,7 @@ ValueHoldingParameter::ValueHoldingParameter (const juce::String& parameterName,
 ValueHoldingParameter::~ValueHoldingParameter()
 {
     // The FIFO holds plain pointers: none may outlive the parameter.
-    type->cancelChanges (this);
+    cancelQueuedChanges (type.get());
 }
 
 ErrorCode ValueHoldingParameter::replaceValue (ParameterValue* oldValue, ParameterValue* newValue)

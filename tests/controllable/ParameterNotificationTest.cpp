@@ -76,6 +76,40 @@ TEST (Notification, ChangesOffTheMessageThreadReachAsyncListenersThroughTheFifoI
     p->removeChangeListener (&async, false);
 }
 
+// A parameter that dies takes its waiting changes with it, however often it
+// went through the FIFO and was delivered before: the drain never reaches it
+// and the other parameter's changes stay.
+TEST (Notification, AParameterDyingWithChangesInTheFifoLeavesNoneBehind)
+{
+    FloatParamDefHandle kept ("kept");
+    RecordingListener keptListener, dyingListener;
+    kept->addChangeListener (&keptListener, false);
+    auto& fifoType = ParameterTypes::floatType();
+    fifoType.drainChanges();
+    {
+        FloatParamDefHandle dying ("dying");
+        dying->addChangeListener (&dyingListener, false);
+        const auto writeBoth = [&] (double value) {
+            std::thread writer ([&] {
+                dying->getValue()->setFloat (value);
+                kept->getValue()->setFloat (value);
+                dying->getValue()->setFloat (value + 0.5);
+            });
+            writer.join();
+        };
+        writeBoth (1.0);
+        fifoType.drainChanges(); // delivered: its count goes back down
+        EXPECT_EQ (dyingListener.calls.load(), 2);
+        writeBoth (2.0);
+        EXPECT_EQ (fifoType.getNumPendingChanges(), 3);
+        dying->removeChangeListener (&dyingListener, false);
+    }
+    fifoType.drainChanges();
+    EXPECT_EQ (dyingListener.calls.load(), 2);
+    EXPECT_EQ (keptListener.calls.load(), 2);
+    kept->removeChangeListener (&keptListener, false);
+}
+
 TEST (Notification, AutomationWritesOnAnotherThreadAllocateNothing)
 {
     FloatParamDefHandle p ("p");
