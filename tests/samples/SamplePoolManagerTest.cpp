@@ -290,16 +290,26 @@ TEST_F (SamplePool, ASampleMovedWithinThreeSecondsIsTheSameObject)
     EXPECT_TRUE (manager.getRemovedOnThreads().isEmpty());
 }
 
-TEST_F (SamplePool, ANewCacheDirectoryIsAdoptedAndTheEmptiedOldOneDeleted)
+namespace
 {
-    RecordingSampleManager manager (cacheDirectory);
-    const auto key = SampleKey::make ("tavrine:bank/a.wav", "pitch=1");
+// A variant saved the deferred way and dropped: its cache file is on disk and
+// the pool lists nothing.
+void writeToCache (RecordingSampleManager& manager, const juce::String& key)
+{
     {
         auto variant = makeSample (key, &manager);
         manager.saveSample (variant, SamplePoolManager::SaveMode::deferred);
         ASSERT_TRUE (manager.waitUntilIdle());
     }
     ASSERT_TRUE (manager.getCacheFile (key).existsAsFile());
+}
+} // namespace
+
+TEST_F (SamplePool, ANewCacheDirectoryIsAdoptedAndTheEmptiedOldOneDeleted)
+{
+    RecordingSampleManager manager (cacheDirectory);
+    const auto key = SampleKey::make ("tavrine:bank/a.wav", "pitch=1");
+    ASSERT_NO_FATAL_FAILURE (writeToCache (manager, key));
 
     const auto newDirectory = temp.root.getChildFile ("Elsewhere");
     manager.applyCacheSettings (newDirectory, 4.0, 1.0);
@@ -353,12 +363,7 @@ TEST_F (SamplePool, EvictionDeletesCacheFilesThroughThePreparationThread)
 {
     RecordingSampleManager manager (cacheDirectory);
     const auto key = SampleKey::make ("tavrine:bank/a.wav", "pitch=1");
-    {
-        auto variant = makeSample (key, &manager);
-        manager.saveSample (variant, SamplePoolManager::SaveMode::deferred);
-        ASSERT_TRUE (manager.waitUntilIdle());
-    }
-    ASSERT_TRUE (manager.getCacheFile (key).existsAsFile());
+    ASSERT_NO_FATAL_FAILURE (writeToCache (manager, key));
     manager.applyCacheSettings (cacheDirectory, 0.0, 0.0);
     EXPECT_TRUE (waitUntil ([&] { return ! manager.getCacheFile (key).exists(); }, 4000));
 }
